@@ -1,0 +1,103 @@
+// Calendar arithmetic on the proleptic Gregorian calendar of the years 1400
+// to 9999: validation of six calendar values, calendar <-> seconds since an
+// epoch, calendar <-> Julian dates, day of week and day of year.
+//
+// Validators return a diagnostic handle (null when valid) and never throw.
+// Every other function throws its failure as the host's IException carrying
+// "Korvane:DateTime:<Id>".
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "date_time/DateTimeStruct.hpp"
+#include "date_time/Export.hpp"
+#include "host/diag/Diagnostic.hpp"
+#include "host/typesys/DateTimeEnums.hpp"
+
+namespace KvDateTime {
+
+class KVDT_EXPORT DateTimeUtilities {
+ public:
+  using CalendarValues = std::array<double, 6>;  // y, mo, d, h, mi, s
+
+  DateTimeUtilities() = delete;
+
+  // --- Validation --------------------------------------------------------
+  // Each reports only the first rule broken. Year, month, day, hour and
+  // minute must be whole numbers; the second need not be, and a NaN second
+  // passes (it is compared only against its bounds).
+
+  // Year whole ("BadYear", no range here), month 1..12 ("BadMonth"), day 1..
+  // month length ("BadDayOfMonth"). The month-length check reduces year and
+  // day to 16 bits, as the calendar types do: day 65537 compares as day 1.
+  static kvsvDiagnostic validateDate(const CalendarValues& cal);
+  // Hour 0..23 ("BadHour"), minute 0..59 ("BadMinute"), second in [0, 61)
+  // for UTC ("BadSecondUTC") or [0, 60) otherwise ("BadSecond").
+  static kvsvDiagnostic validateTime(const CalendarValues& cal,
+                                     TimeStandard ts);
+  // Date, time, year 1400..9999 ("BadYear"), and a second of 60 or more
+  // only at 23:59 on 30 June or 31 December ("BadLeapSecond").
+  static kvsvDiagnostic validateDateTime(const CalendarValues& cal,
+                                         TimeStandard ts);
+  // validateDateTime, then year 1972 or later ("BadYearModelConfig"); in
+  // TAI the first ten seconds of 1972 (less a small tolerance) precede UTC
+  // with leap seconds and give "BadTAIModelConfig".
+  static kvsvDiagnostic validateDateTimeRestrictive(const CalendarValues& cal,
+                                                    TimeStandard ts);
+  // validateDateTimeRestrictive in TAI.
+  static kvsvDiagnostic validateModelDateTime(const CalendarValues& cal);
+  // 1972-01-01 00:00:10, the first model-valid reading (in TAI).
+  static DateTimeStruct earliestModelValidCalDT();
+
+  // --- Epochs ------------------------------------------------------------
+  // True for the day-counting epochs JD, MJD and J2000.
+  static constexpr bool isJulianCompatibleEpoch(Epoch e) noexcept {
+    return static_cast<std::uint32_t>(static_cast<std::int32_t>(e) - 3) <= 2u;
+  }
+  // A shift in seconds in the unit of an epoch's values (days if julian).
+  static constexpr double secondsToTimeShift(double seconds,
+                                             bool julian) noexcept {
+    return julian ? seconds / 86400.0 : seconds;
+  }
+  static constexpr double secondsToTimeShift(double seconds, Epoch e) noexcept {
+    return secondsToTimeShift(seconds, isJulianCompatibleEpoch(e));
+  }
+  // Where the instant of `from` lies on the count of `to` (days if either is
+  // a day epoch, else seconds), corrected for `ts` when exactly one of the
+  // two counts days. Throws std::out_of_range("map::at") for a pair of equal
+  // epochs or an epoch outside the enumeration.
+  static double getEpochOffset(Epoch from, Epoch to, TimeStandard ts);
+
+  // --- Calendar <-> epoch time (seconds) -----------------------------------
+  // Seconds since `epoch`, read on the TAI axis: UTC readings are 10 s
+  // behind it, TT readings 32.184 s ahead; further leap seconds are not
+  // applied here. Throws the diagnostic of validateDateTime. A leap second
+  // 23:59:60.x counts like 00:00:00.x of the next day.
+  static EpochTimeStruct calendarToEpochTime(const DateTimeStruct& cal,
+                                             Epoch epoch, TimeStandard ts);
+  // The inverse. Throws "BadYear" when the result lies outside 1400..9999.
+  static DateTimeStruct epochTimeToCalendar(const EpochTimeStruct& ets,
+                                            Epoch epoch, TimeStandard ts);
+
+  // --- Calendar <-> Julian dates -------------------------------------------
+  // The JD (EpochJD and any non-day epoch), MJD or days since J2000.0, in
+  // the reading's own time scale. Throws the diagnostic of validateDateTime.
+  static double calendarToJulianDate(const DateTimeStruct& cal, Epoch epoch,
+                                     TimeStandard ts);
+  // The inverse; throws the diagnostic of validateDateTime of the result
+  // (for example "BadYear" outside 1400..9999, or for NaN).
+  static DateTimeStruct julianDateToCalendar(double jd, Epoch epoch,
+                                             TimeStandard ts);
+
+  // --- Day of year and week --------------------------------------------------
+  // 1 = 1 January .. 366. Throws the diagnostic of validateDate.
+  static int calendarTimeToDayOfYear(const DateTimeStruct& cal);
+  // 1 = Sunday .. 7 = Saturday. Throws the diagnostic of validateDate.
+  static int calendarTimeToDayOfWeek(const DateTimeStruct& cal);
+  // Seconds from the Sunday 00:00 before the epoch's instant to that
+  // instant, read in `ts` (day epochs and TDB take the table value as is).
+  static double secondsSinceSundayMidnight(Epoch epoch, TimeStandard ts);
+};
+
+}  // namespace KvDateTime

@@ -1,0 +1,11 @@
+// Everything the library offers, with the host interfaces it is used with.
+#pragma once
+
+#include "date_time/DateTimeStruct.hpp"
+#include "date_time/DateTimeUtilities.hpp"
+#include "date_time/diagnostics/MessageIds.hpp"
+#include "date_time/diagnostics/Raise.hpp"
+#include "host/diag/Diagnostic.hpp"
+#include "host/diag/MessageCatalog.hpp"
+#include "host/typesys/DateTimeDefs.hpp"
+#include "host/typesys/DateTimeEnums.hpp"

@@ -1,0 +1,17 @@
+#include "date_time/diagnostics/Raise.hpp"
+
+void kvsvThrowIException(const resource_core::BaseMsgID& msg) {
+  kvsvDiagnostic diagnostic = kvsvCreateDiagnostic(msg, std::string());
+  kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
+  foundation::core::diag::terminate(
+      "unreachable", "kvsv_diagnostic", 445,
+      "void kvsvThrowIException(const resource_core::BaseMsgID&)");
+}
+
+namespace Korvane::DateTime {
+
+kvsvDiagnostic makeDiagnostic(const char* id) {
+  return kvsvCreateDiagnostic(makeMsgId(id), std::string());
+}
+
+}  // namespace Korvane::DateTime

@@ -1,0 +1,26 @@
+// How the library reports failures. Validators return a diagnostic (null when
+// valid) and never throw; every other operation throws at the point of
+// failure through kvsvThrowIException.
+#pragma once
+
+#include "date_time/Export.hpp"
+#include "date_time/diagnostics/MessageIds.hpp"
+#include "host/diag/Diagnostic.hpp"
+
+// Creates the diagnostic for `msg` and throws it as the host's IException.
+// Should the host's throw ever return, the process is terminated: no caller
+// may continue past a failure it did not see.
+[[noreturn]] KVDT_EXPORT void kvsvThrowIException(
+    const resource_core::BaseMsgID& msg);
+
+namespace Korvane::DateTime {
+
+// The diagnostic a validator returns for `id` (no arguments).
+KVDT_EXPORT kvsvDiagnostic makeDiagnostic(const char* id);
+
+// Throws `diagnostic` if it is not null; returns otherwise.
+inline void throwIfSet(kvsvDiagnostic diagnostic) {
+  if (diagnostic) kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
+}
+
+}  // namespace Korvane::DateTime

@@ -1,0 +1,22 @@
+// The host's message catalog: the text shown for each message identifier.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/diag/Diagnostic.hpp"
+
+namespace resource_core {
+
+// The catalog text for "<catalog>:<id>" with "{N}" replaced by argument N
+// (16-bit strings are converted to UTF-8, unpaired surrogates to U+FFFD).
+// An identifier the catalog does not know renders as the identifier followed
+// by its arguments, so a message is never empty.
+std::string renderMessage(std::string_view identifier,
+                          const std::vector<MsgArgument>& arguments);
+
+// UTF-16 to UTF-8; unpaired surrogates become U+FFFD.
+std::string toUtf8(std::u16string_view text);
+
+}  // namespace resource_core
