@@ -14,7 +14,8 @@ namespace KvDateTime::detail {
 inline constexpr int kEpochCount = 6;
 
 constexpr bool isValidEpoch(Epoch e) noexcept {
-  return static_cast<std::uint32_t>(e) < static_cast<std::uint32_t>(kEpochCount);
+  return static_cast<std::uint32_t>(e) <
+         static_cast<std::uint32_t>(kEpochCount);
 }
 
 // The calendar year in which each epoch instant lies.
@@ -43,8 +44,8 @@ inline constexpr std::array<std::array<double, kEpochCount>, kEpochCount>
         {-378691210.0, 1830297590.0, kNoOffset, 2436204.5, 36204.0, -15340.5},
         {-2440587.5001157406, -2415020.5001157406, -2436204.5, kNoOffset,
          -2400000.5, -2451545.0},
-        {-40587.00011574074, -15020.00011574074, -36204.0, 2400000.5,
-         kNoOffset, -51544.5},
+        {-40587.00011574074, -15020.00011574074, -36204.0, 2400000.5, kNoOffset,
+         -51544.5},
         {10957.49988425926, 36524.49988425926, 15340.5, 2451545.0, 51544.5,
          kNoOffset},
     }};

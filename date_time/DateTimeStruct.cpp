@@ -13,8 +13,8 @@ DateTimeStruct::DateTimeStruct(const std::array<double, 6>& values)
       minute(values[4]),
       second(values[5]) {
   // Exact comparison on purpose: a NaN anywhere makes the record non-empty.
-  const bool empty = year == 0.0 && month == 0.0 && day == 0.0 &&
-                     hour == 0.0 && minute == 0.0 && second == 0.0;
+  const bool empty = year == 0.0 && month == 0.0 && day == 0.0 && hour == 0.0 &&
+                     minute == 0.0 && second == 0.0;
   if (empty) return;
   Korvane::DateTime::throwIfSet(DateTimeUtilities::validateDate(values));
   // UTC is the one standard under which second 60.x can be valid; whether it

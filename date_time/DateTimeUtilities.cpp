@@ -38,7 +38,8 @@ template <typename Int>
 inline Int truncToInt(double x) noexcept {
   constexpr double kLimit =
       -static_cast<double>(std::numeric_limits<Int>::min());  // 2^31 or 2^63
-  if (!(x > -kLimit - 1.0 && x < kLimit)) return std::numeric_limits<Int>::min();
+  if (!(x > -kLimit - 1.0 && x < kLimit))
+    return std::numeric_limits<Int>::min();
   return static_cast<Int>(x);
 }
 
@@ -51,13 +52,17 @@ inline bool isGregorianLeap(std::int64_t y) noexcept {
 // the start of 1972 and is taken as fixed here).
 const bpt::ptime kEpochRef1970(bg::date(1970, 1, 1), bpt::seconds(10));
 const bpt::ptime kEpochRef1900(bg::date(1900, 1, 1), bpt::seconds(10));
-const bpt::ptime kEpochRef1958(bg::date(1958, 1, 1), bpt::time_duration(0, 0, 0));
+const bpt::ptime kEpochRef1958(bg::date(1958, 1, 1),
+                               bpt::time_duration(0, 0, 0));
 
 inline const bpt::ptime& epochReference(Epoch epoch) noexcept {
   switch (epoch) {
-    case Epoch::Epoch1970: return kEpochRef1970;
-    case Epoch::Epoch1900: return kEpochRef1900;
-    default: return kEpochRef1958;
+    case Epoch::Epoch1970:
+      return kEpochRef1970;
+    case Epoch::Epoch1900:
+      return kEpochRef1900;
+    default:
+      return kEpochRef1958;
   }
 }
 
@@ -135,7 +140,8 @@ kvsvDiagnostic DateTimeUtilities::validateDateTimeRestrictive(
   if (kvsvDiagnostic d = validateDateTime(cal, ts)) return d;
   if (cal[0] < 1972.0) return makeDiagnostic("BadYearModelConfig");
   // Only TAI readings are held against the start of UTC with leap seconds.
-  const double threshold = ts == TimeStandard::TAI ? kTaiModelStartTolerance : 0.0;
+  const double threshold =
+      ts == TimeStandard::TAI ? kTaiModelStartTolerance : 0.0;
   if (cal[0] == 1972.0 && cal[1] == 1.0 && cal[2] == 1.0 && cal[3] == 0.0 &&
       cal[4] == 0.0 && cal[5] < threshold) {
     return makeDiagnostic("BadTAIModelConfig");
@@ -168,11 +174,11 @@ double DateTimeUtilities::getEpochOffset(Epoch from, Epoch to,
   return jt ? v + shift : v - shift;
 }
 
-// --- Calendar <-> epoch time ---------------------------------------------------
+// --- Calendar <-> epoch time
+// ---------------------------------------------------
 
-EpochTimeStruct DateTimeUtilities::calendarToEpochTime(const DateTimeStruct& cal,
-                                                       Epoch epoch,
-                                                       TimeStandard ts) {
+EpochTimeStruct DateTimeUtilities::calendarToEpochTime(
+    const DateTimeStruct& cal, Epoch epoch, TimeStandard ts) {
   throwIfSet(validateDateTime(cal.toArray(), ts));
 
   // The date type holds 16-bit fields: a day of 65537 counts as day 1, and
@@ -217,9 +223,8 @@ EpochTimeStruct DateTimeUtilities::calendarToEpochTime(const DateTimeStruct& cal
   return {r.ticks() / kMicrosPerSecond, frac};
 }
 
-DateTimeStruct DateTimeUtilities::epochTimeToCalendar(const EpochTimeStruct& ets,
-                                                      Epoch epoch,
-                                                      TimeStandard ts) {
+DateTimeStruct DateTimeUtilities::epochTimeToCalendar(
+    const EpochTimeStruct& ets, Epoch epoch, TimeStandard ts) {
   if (ets.wholePart > kMaxEpochSeconds || ets.wholePart < -kMaxEpochSeconds) {
     kvsvThrowIException(Korvane::DateTime::BadYear());
   }
@@ -257,7 +262,8 @@ DateTimeStruct DateTimeUtilities::epochTimeToCalendar(const EpochTimeStruct& ets
                          static_cast<double>(tod.seconds()) + frac});
 }
 
-// --- Julian dates --------------------------------------------------------------
+// --- Julian dates
+// --------------------------------------------------------------
 
 double DateTimeUtilities::calendarToJulianDate(const DateTimeStruct& cal,
                                                Epoch epoch, TimeStandard ts) {
@@ -274,9 +280,12 @@ double DateTimeUtilities::calendarToJulianDate(const DateTimeStruct& cal,
                     std::floor(30.6001 * (m + 1.0)) + cal.day + b - 1524.5 +
                     ((cal.second / 60.0 + cal.minute) / 60.0 + cal.hour) / 24.0;
   switch (epoch) {
-    case Epoch::EpochMJD: return jd - 2400000.5;
-    case Epoch::EpochJ2000: return jd - 2451545.0;
-    default: return jd;
+    case Epoch::EpochMJD:
+      return jd - 2400000.5;
+    case Epoch::EpochJ2000:
+      return jd - 2451545.0;
+    default:
+      return jd;
   }
 }
 
@@ -325,7 +334,8 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
   return DateTimeStruct(values);
 }
 
-// --- Day of year and week ---------------------------------------------------------
+// --- Day of year and week
+// ---------------------------------------------------------
 
 int DateTimeUtilities::calendarTimeToDayOfYear(const DateTimeStruct& cal) {
   throwIfSet(validateDate(cal.toArray()));
@@ -353,14 +363,18 @@ int DateTimeUtilities::calendarTimeToDayOfWeek(const DateTimeStruct& cal) {
 double DateTimeUtilities::secondsSinceSundayMidnight(Epoch epoch,
                                                      TimeStandard ts) {
   // An epoch outside the enumeration reads as 0.0, like an absent table key.
-  const double v = detail::isValidEpoch(epoch)
-                       ? detail::epochSecondsSinceSunday[static_cast<std::size_t>(epoch)]
-                       : 0.0;
+  const double v =
+      detail::isValidEpoch(epoch)
+          ? detail::epochSecondsSinceSunday[static_cast<std::size_t>(epoch)]
+          : 0.0;
   if (ts == TimeStandard::TDB || isJulianCompatibleEpoch(epoch)) return v;
   switch (ts) {
-    case TimeStandard::TAI: return v;
-    case TimeStandard::UTC: return v - 10.0;
-    default: return v + 32.184;
+    case TimeStandard::TAI:
+      return v;
+    case TimeStandard::UTC:
+      return v - 10.0;
+    default:
+      return v + 32.184;
   }
 }
 

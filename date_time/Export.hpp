@@ -3,11 +3,11 @@
 #pragma once
 
 #if defined(_WIN32)
-#  if defined(KVDATETIME_BUILDING)
-#    define KVDT_EXPORT __declspec(dllexport)
-#  else
-#    define KVDT_EXPORT __declspec(dllimport)
-#  endif
+#if defined(KVDATETIME_BUILDING)
+#define KVDT_EXPORT __declspec(dllexport)
 #else
-#  define KVDT_EXPORT __attribute__((visibility("default")))
+#define KVDT_EXPORT __declspec(dllimport)
+#endif
+#else
+#define KVDT_EXPORT __attribute__((visibility("default")))
 #endif

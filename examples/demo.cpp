@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* kEpochNames[] = {"1970", "1900", "1958",
                                        "JD",   "MJD",  "J2000"};
-constexpr const char* kDayNames[] = {"Sunday",   "Monday", "Tuesday",
+constexpr const char* kDayNames[] = {"Sunday",    "Monday",   "Tuesday",
                                      "Wednesday", "Thursday", "Friday",
                                      "Saturday"};
 
@@ -44,12 +44,12 @@ void show(const DateTimeUtilities::CalendarValues& cal, TimeStandard ts) {
 
 int main() {
   const DateTimeUtilities::CalendarValues readings[] = {
-      {2000, 1, 1, 12, 0, 0},        {2016, 12, 31, 23, 59, 60.5},
-      {1972, 1, 1, 0, 0, 10},        {2024, 2, 29, 7, 8, 9.25},
-      {2023, 2, 29, 0, 0, 0},        {2016, 12, 30, 23, 59, 60},
+      {2000, 1, 1, 12, 0, 0}, {2016, 12, 31, 23, 59, 60.5},
+      {1972, 1, 1, 0, 0, 10}, {2024, 2, 29, 7, 8, 9.25},
+      {2023, 2, 29, 0, 0, 0}, {2016, 12, 30, 23, 59, 60},
   };
-  for (TimeStandard ts : {TimeStandard::UTC, TimeStandard::TAI,
-                          TimeStandard::TT}) {
+  for (TimeStandard ts :
+       {TimeStandard::UTC, TimeStandard::TAI, TimeStandard::TT}) {
     std::printf("== %s\n", DateTimeDefs::timeStandardName(ts));
     for (const auto& cal : readings) show(cal, ts);
   }
@@ -57,13 +57,14 @@ int main() {
   // Back from the counts: seconds since 1970 in UTC, and a Julian date.
   const DateTimeStruct back = DateTimeUtilities::epochTimeToCalendar(
       {1'700'000'000, 0.25}, Epoch::Epoch1970, TimeStandard::UTC);
-  std::printf("\n1700000000.25 s since 1970 (UTC) is %04.0f-%02.0f-%02.0f "
-              "%02.0f:%02.0f:%06.3f\n",
-              back.year, back.month, back.day, back.hour, back.minute,
-              back.second);
+  std::printf(
+      "\n1700000000.25 s since 1970 (UTC) is %04.0f-%02.0f-%02.0f "
+      "%02.0f:%02.0f:%06.3f\n",
+      back.year, back.month, back.day, back.hour, back.minute, back.second);
   const DateTimeStruct jd = DateTimeUtilities::julianDateToCalendar(
       2451545.0, Epoch::EpochJD, TimeStandard::TT);
-  std::printf("JD 2451545.0 (TT) is %04.0f-%02.0f-%02.0f %02.0f:%02.0f:%06.3f\n",
-              jd.year, jd.month, jd.day, jd.hour, jd.minute, jd.second);
+  std::printf(
+      "JD 2451545.0 (TT) is %04.0f-%02.0f-%02.0f %02.0f:%02.0f:%06.3f\n",
+      jd.year, jd.month, jd.day, jd.hour, jd.minute, jd.second);
   return 0;
 }

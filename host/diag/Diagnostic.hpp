@@ -83,9 +83,7 @@ class IException : public std::exception {
   const std::vector<resource_core::MsgArgument>& arguments() const noexcept {
     return diagnostic_->arguments();
   }
-  const std::string& message() const noexcept {
-    return diagnostic_->message();
-  }
+  const std::string& message() const noexcept { return diagnostic_->message(); }
   const kvsvDiagnosticImpl& diagnostic() const noexcept { return *diagnostic_; }
   // "<identifier>: <message>"
   const char* what() const noexcept override { return what_.c_str(); }

@@ -122,11 +122,11 @@ std::string toUtf8(std::u16string_view text) {
 
 std::string renderMessage(std::string_view identifier,
                           const std::vector<MsgArgument>& arguments) {
-  const auto* entry = std::lower_bound(
-      kCatalog.begin(), kCatalog.end(), identifier,
-      [](const CatalogEntry& e, std::string_view key) {
-        return e.identifier < key;
-      });
+  const auto* entry =
+      std::lower_bound(kCatalog.begin(), kCatalog.end(), identifier,
+                       [](const CatalogEntry& e, std::string_view key) {
+                         return e.identifier < key;
+                       });
   if (entry == kCatalog.end() || entry->identifier != identifier) {
     std::string text(identifier);
     for (const MsgArgument& a : arguments) text += " [" + argumentText(a) + ']';

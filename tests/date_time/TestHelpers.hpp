@@ -1,0 +1,34 @@
+// Helpers shared by the library's tests.
+#pragma once
+
+#include <string>
+
+#include "host/diag/Diagnostic.hpp"
+
+namespace kvtest {
+
+inline constexpr const char* kPrefix = "Korvane:DateTime:";
+
+// The Id of a returned diagnostic ("" for the null handle); fails the test
+// when the catalog part is not the library's.
+inline std::string idOf(const kvsvDiagnostic& d) {
+  if (!d) return "";
+  const std::string& full = d->identifier();
+  if (full.rfind(kPrefix, 0) != 0) return "foreign:" + full;
+  return full.substr(std::string(kPrefix).size());
+}
+
+// The Id an operation throws ("" when it returns normally).
+template <typename F>
+std::string thrownId(F&& f) {
+  try {
+    f();
+  } catch (const foundation::core::except::IException& e) {
+    const std::string& full = e.identifier();
+    if (full.rfind(kPrefix, 0) != 0) return "foreign:" + full;
+    return full.substr(std::string(kPrefix).size());
+  }
+  return "";
+}
+
+}  // namespace kvtest
