@@ -1,0 +1,112 @@
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+// Storage-type description as the host's type system hands it over. It lives
+// in the global namespace because the type system and the date-time library
+// both name it unqualified; it is a plain record with no invariants of its
+// own, and FXP::DataType is where it gets validated.
+//
+// A value of the described type is  stored * 2^fixedExponent  (times slope,
+// plus bias, which this library supports only at their neutral values).
+struct fxpDataTypeProp {
+  std::int32_t kind;           // 0 fixed point, 2 double
+  std::int32_t isSigned;       // 1 signed (two's complement), 0 unsigned
+  std::int32_t wordLength;     // bits of the stored integer; 64 for double
+  std::int32_t fixedExponent;  // binary-point exponent = -fractionLength
+  double slope;                // must be 1.0
+  double bias;                 // must be 0.0
+};
+
+namespace FXP {
+
+// A validated storage type: either the IEEE double, or a fixed-point type of
+// 1 to 128 bits with a fraction length from -128 to 256. The value of a
+// fixed-point number is  stored * 2^-fractionLength.
+//
+// DataType is eight bytes with a canonical layout so that the arithmetic fast
+// paths can test "same type" with one integer comparison.
+class DataType {
+ public:
+  static constexpr int kFixedKind = 0;
+  static constexpr int kDoubleKind = 2;
+  static constexpr int kMinWordLength = 1;
+  static constexpr int kMaxWordLength = 128;
+  static constexpr int kMinFractionLength = -128;
+  static constexpr int kMaxFractionLength = 256;
+
+  // The double type.
+  constexpr DataType() noexcept = default;
+
+  // Throws std::invalid_argument naming the offending field when kind is not
+  // 0 or 2, isSigned not 0 or 1, the word length or fraction length is out of
+  // range, slope is not 1.0 or bias is not 0.0 (NaN included). The double kind
+  // must come as signed, 64 bits, exponent 0, exactly what getProp() returns.
+  explicit DataType(const fxpDataTypeProp& prop);
+
+  static constexpr DataType doubleT() noexcept { return DataType(); }
+  // Throws std::invalid_argument as the constructor above.
+  static constexpr DataType fixedT(bool isSigned, int wordLength,
+                                   int fractionLength);
+
+  constexpr int kind() const noexcept { return kind_; }
+  constexpr bool isDouble() const noexcept { return kind_ == kDoubleKind; }
+  constexpr bool isFixed() const noexcept { return kind_ == kFixedKind; }
+  constexpr bool isSigned() const noexcept { return signed_ != 0; }
+  constexpr int wordLength() const noexcept { return wordLength_; }
+  constexpr int fractionLength() const noexcept { return fractionLength_; }
+  // Bytes of the compact form: 1, 2, 4, 8 or 16 for fixed point, 8 for double.
+  constexpr std::size_t sizeofCompact() const noexcept { return compactSize_; }
+
+  fxpDataTypeProp getProp() const noexcept;
+
+  friend constexpr bool operator==(DataType a, DataType b) noexcept {
+    return a.key() == b.key();
+  }
+
+ private:
+  constexpr DataType(std::uint8_t kind, bool isSigned, int wordLength,
+                     int fractionLength) noexcept;
+  constexpr std::uint64_t key() const noexcept {
+    return std::bit_cast<std::uint64_t>(*this);
+  }
+
+  std::uint8_t kind_ = kDoubleKind;
+  std::uint8_t signed_ = 1;
+  std::uint8_t wordLength_ = 64;  // 1..128 for fixed point
+  std::uint8_t compactSize_ = 8;
+  std::int16_t fractionLength_ = 0;
+  std::uint16_t reserved_ = 0;  // keeps key() free of padding bytes
+};
+
+static_assert(sizeof(DataType) == 8);
+
+namespace detail {
+[[noreturn]] void throwBadTypeField(const char* field, long long value);
+}
+
+constexpr DataType DataType::fixedT(bool isSigned, int wordLength,
+                                    int fractionLength) {
+  if (wordLength < kMinWordLength || wordLength > kMaxWordLength)
+    detail::throwBadTypeField("wordLength", wordLength);
+  if (fractionLength < kMinFractionLength ||
+      fractionLength > kMaxFractionLength)
+    detail::throwBadTypeField("fractionLength", fractionLength);
+  return DataType(kFixedKind, isSigned, wordLength, fractionLength);
+}
+
+constexpr DataType::DataType(std::uint8_t kind, bool isSigned, int wordLength,
+                             int fractionLength) noexcept
+    : kind_(kind),
+      signed_(isSigned ? 1 : 0),
+      wordLength_(static_cast<std::uint8_t>(wordLength)),
+      compactSize_(wordLength <= 8    ? 1
+                   : wordLength <= 16 ? 2
+                   : wordLength <= 32 ? 4
+                   : wordLength <= 64 ? 8
+                                      : 16),
+      fractionLength_(static_cast<std::int16_t>(fractionLength)) {}
+
+}  // namespace FXP

@@ -1,0 +1,323 @@
+#pragma once
+
+#include <array>
+#include <bit>
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+
+#include "host/fxp/DataType.hpp"
+#include "host/fxp/MathControl.hpp"
+
+namespace FXP {
+
+__extension__ typedef __int128 Int128;
+__extension__ typedef unsigned __int128 UInt128;
+
+// A number of a DataType: a fixed-point stored integer of up to 128 bits, or
+// a finite double. 24 bytes, trivially copyable, never touches the heap.
+//
+// Arithmetic contract (add, minus, multiplyBy, divideBy, convert, fromDouble):
+// - The exact mathematical result of the operands is formed (a double operand
+//   counts as its exact binary value) and rounded once into the result type.
+// - Fixed-point result: rounded by the mode's rounding code, then the mode's
+//   overflow code decides what happens to a value outside the type: saturate
+//   to its minimum or maximum, or wrap (keep the low wordLength bits of the
+//   rounded stored integer, two's complement).
+// - Double result: the nearest double, ties to even, whatever the rounding
+//   code. A result beyond the largest finite double saturates to +-DBL_MAX
+//   under either overflow code: values never hold an infinity or NaN.
+// - Every result outside its type's range (saturated, or wrapped to another
+//   value) is reported to the control's logger when one is installed.
+//   Precision lost to rounding is not an overflow.
+// - An exact zero result is +0.0 in the double type.
+//
+// fromDouble has no control and so no logger: NaN gives 0, +-infinity the
+// type's maximum / minimum (+-DBL_MAX for the double type), other values are
+// rounded and overflowed as above. A finite double into the double type is
+// kept bit for bit, -0.0 included.
+//
+// The inline fast paths (same-type add/minus, double conversions) rely on the
+// default floating-point environment (round to nearest); the rest of the
+// arithmetic is integer-only and sits out of line.
+class DataValue {
+ public:
+  // +0.0 in the double type.
+  constexpr DataValue() noexcept = default;
+
+  static DataValue fromDouble(const DataType& type, double value,
+                              MathMode mode);
+  // Signed 64-bit type, fraction length 0.
+  static DataValue fromInt64(std::int64_t value) noexcept;
+  // Reads type.sizeofCompact() bytes. Throws std::invalid_argument when bytes
+  // is null or not the canonical encoding for the type: upper bits that are
+  // not the sign (or zero) extension of the word, or a NaN or infinite double.
+  static DataValue fromCompact(const DataType& type, const void* bytes);
+
+  // Nearest double, ties to even.
+  double toDouble() const noexcept;
+  // Writes exactly sizeofCompact() bytes: the stored integer in little-endian
+  // two's complement, sign- or zero-extended; a double as its IEEE bytes.
+  // Throws std::invalid_argument and writes nothing when buffer is null or
+  // size is smaller than sizeofCompact().
+  void toCompact(void* buffer, std::size_t size) const;
+
+  DataValue add(const DataType& resultType, const DataValue& other,
+                MathControl& control) const;
+  DataValue minus(const DataType& resultType, const DataValue& other,
+                  MathControl& control) const;
+  DataValue multiplyBy(const DataType& resultType, const DataValue& other,
+                       MathControl& control) const;
+  // Throws std::domain_error when other is zero.
+  DataValue divideBy(const DataType& resultType, const DataValue& other,
+                     MathControl& control) const;
+  DataValue convert(const DataType& resultType, MathControl& control) const;
+
+  const DataType& getDataType() const noexcept { return type_; }
+  fxpDataTypeProp getDataTypeProp() const noexcept { return type_.getProp(); }
+  // The stored integer as 32-bit words, low word first, extended to 128 bits
+  // (sign extension for signed types). Throws std::domain_error for a double,
+  // which has no stored integer.
+  std::array<std::uint32_t, 4> getFatVal() const;
+
+  // Compare exact values, across types: 1.0 as a double equals 1 in any
+  // fixed-point type that holds it, so the ordering is weak.
+  friend bool operator==(const DataValue& a, const DataValue& b) noexcept;
+  friend std::weak_ordering operator<=>(const DataValue& a,
+                                        const DataValue& b) noexcept;
+
+ private:
+  enum class Op : std::uint8_t { kAdd, kMinus, kMultiply, kDivide };
+
+  constexpr DataValue(DataType type, std::uint64_t lo,
+                      std::uint64_t hi) noexcept
+      : type_(type), lo_(lo), hi_(hi) {}
+  static DataValue ofDouble(double d) noexcept {
+    return DataValue(DataType::doubleT(), std::bit_cast<std::uint64_t>(d), 0);
+  }
+  static DataValue ofSigned64(DataType t, std::int64_t v) noexcept {
+    return DataValue(t, static_cast<std::uint64_t>(v),
+                     static_cast<std::uint64_t>(v >> 63));
+  }
+  static DataValue ofInt128(DataType t, Int128 v) noexcept {
+    return DataValue(t, static_cast<std::uint64_t>(v),
+                     static_cast<std::uint64_t>(static_cast<UInt128>(v) >> 64));
+  }
+  double asDouble() const noexcept { return std::bit_cast<double>(lo_); }
+  Int128 asInt128() const noexcept {
+    return static_cast<Int128>((static_cast<UInt128>(hi_) << 64) | lo_);
+  }
+
+  // Out-of-line general paths: exact wide arithmetic, overflow handling.
+  static DataValue fromDoubleSlow(const DataType& type, double value,
+                                  MathMode mode);
+  double toDoubleWide() const noexcept;
+  DataValue arithmetic(Op op, const DataType& resultType,
+                       const DataValue& other, MathControl& control) const;
+  static std::weak_ordering compareSlow(const DataValue& a,
+                                        const DataValue& b) noexcept;
+
+  DataType type_;
+  // The stored integer, extended to 128 bits by the type's signedness; for a
+  // double, its bit pattern in lo_ and zero in hi_.
+  std::uint64_t lo_ = 0;
+  std::uint64_t hi_ = 0;
+};
+
+namespace detail {
+
+// 2^e for e in [-1022, 1023], built directly so no libm call or rounding
+// enters the hot paths.
+inline double pow2(int e) noexcept {
+  return std::bit_cast<double>(static_cast<std::uint64_t>(e + 1023) << 52);
+}
+
+inline bool fitsSigned(std::int64_t v, int bits) noexcept {
+  // [1, 64]: the bits above the sign bit must all equal it.
+  return static_cast<std::uint64_t>((v >> (bits - 1)) + 1) <= 1;
+}
+inline bool fitsUnsigned(std::uint64_t v, int bits) noexcept {
+  return ((v >> (bits - 1)) >> 1) == 0;  // bits in [1, 64]
+}
+inline bool fitsSigned128(Int128 v, int bits) noexcept {
+  return static_cast<UInt128>((v >> (bits - 1)) + 1) <= 1;
+}
+inline bool fitsUnsigned128(UInt128 v, int bits) noexcept {
+  return ((v >> (bits - 1)) >> 1) == 0;
+}
+
+// Rounds s, |s| < 2^62, to an integer by the rounding code. The truncation
+// and the remainder s - t are both exact for such s, so the ties are seen
+// exactly; pinned by DataValueOracle.FromDoubleMatchesExactRounding.
+inline std::int64_t roundScaled(double s, int rounding) noexcept {
+  const std::int64_t t = static_cast<std::int64_t>(s);
+  const double f = s - static_cast<double>(t);  // (-1, 1), same sign as s
+  switch (rounding) {
+    case MathMode::kTowardZero:
+      return t;
+    case MathMode::kNearestTiesUp:
+      return t + (f >= 0.5) - (f < -0.5);
+    case MathMode::kCeiling:
+      return t + (f > 0);
+    case MathMode::kFloor:
+      return t - (f < 0);
+    case MathMode::kNearestTiesEven: {
+      const bool odd = (t & 1) != 0;
+      return t + (f > 0.5 || (f == 0.5 && odd)) -
+             (f < -0.5 || (f == -0.5 && odd));
+    }
+    default:  // kNearestTiesAway
+      return t + (f >= 0.5) - (f <= -0.5);
+  }
+}
+
+}  // namespace detail
+
+inline DataValue DataValue::fromInt64(std::int64_t value) noexcept {
+  return ofSigned64(DataType::fixedT(true, 64, 0), value);
+}
+
+inline DataValue DataValue::fromDouble(const DataType& type, double value,
+                                       MathMode mode) {
+  if (type.isFixed()) {
+    // Scaling by a power of two is exact while the product stays normal, and
+    // below 2^62 the rounded integer cannot leave int64_t.
+    const double s = value * detail::pow2(type.fractionLength());
+    const double a = s < 0 ? -s : s;
+    if (a < 0x1p62 && (a >= 0x1p-1000 || value == 0)) {
+      const std::int64_t r = detail::roundScaled(s, mode.roundingCode());
+      const int w = type.wordLength();
+      if (type.isSigned()) {
+        if (w >= 64 || detail::fitsSigned(r, w)) return ofSigned64(type, r);
+      } else if (r >= 0 && (w >= 64 || detail::fitsUnsigned(
+                                           static_cast<std::uint64_t>(r), w))) {
+        return DataValue(type, static_cast<std::uint64_t>(r), 0);
+      }
+    }
+  } else if (value - value == 0) {  // finite
+    return ofDouble(value);
+  }
+  return fromDoubleSlow(type, value, mode);
+}
+
+inline double DataValue::toDouble() const noexcept {
+  if (type_.isDouble()) return asDouble();
+  // The integer converts correctly rounded; the scaling by 2^-F is exact as
+  // every result lies within [2^-256, 2^256].
+  const double scale = detail::pow2(-type_.fractionLength());
+  if (type_.isSigned()) {
+    const auto v = static_cast<std::int64_t>(lo_);
+    if (hi_ == static_cast<std::uint64_t>(v >> 63))
+      return static_cast<double>(v) * scale;
+  } else if (hi_ == 0) {
+    return static_cast<double>(lo_) * scale;
+  }
+  return toDoubleWide();
+}
+
+// Same-type sums and differences are exact before the range check, so the
+// rounding code never matters here; anything else, or an overflow, takes the
+// general path.
+inline DataValue DataValue::add(const DataType& resultType,
+                                const DataValue& other,
+                                MathControl& control) const {
+  if (type_ == resultType && other.type_ == resultType) {
+    const int w = resultType.wordLength();
+    if (resultType.isDouble()) {
+      const double s = asDouble() + other.asDouble();
+      if (s - s == 0) return ofDouble(s);
+    } else if (w <= 64) {
+      if (resultType.isSigned()) {
+        std::int64_t s;
+        if (!__builtin_add_overflow(static_cast<std::int64_t>(lo_),
+                                    static_cast<std::int64_t>(other.lo_), &s) &&
+            detail::fitsSigned(s, w))
+          return ofSigned64(resultType, s);
+      } else {
+        std::uint64_t s;
+        if (!__builtin_add_overflow(lo_, other.lo_, &s) &&
+            detail::fitsUnsigned(s, w))
+          return DataValue(resultType, s, 0);
+      }
+    } else if (resultType.isSigned()) {
+      Int128 s;
+      if (!__builtin_add_overflow(asInt128(), other.asInt128(), &s) &&
+          detail::fitsSigned128(s, w))
+        return ofInt128(resultType, s);
+    } else {
+      UInt128 s;
+      if (!__builtin_add_overflow(static_cast<UInt128>(asInt128()),
+                                  static_cast<UInt128>(other.asInt128()), &s) &&
+          detail::fitsUnsigned128(s, w))
+        return ofInt128(resultType, static_cast<Int128>(s));
+    }
+  }
+  return arithmetic(Op::kAdd, resultType, other, control);
+}
+
+inline DataValue DataValue::minus(const DataType& resultType,
+                                  const DataValue& other,
+                                  MathControl& control) const {
+  if (type_ == resultType && other.type_ == resultType) {
+    const int w = resultType.wordLength();
+    if (resultType.isDouble()) {
+      const double s = asDouble() - other.asDouble();
+      if (s - s == 0) return ofDouble(s);
+    } else if (w <= 64) {
+      if (resultType.isSigned()) {
+        std::int64_t s;
+        if (!__builtin_sub_overflow(static_cast<std::int64_t>(lo_),
+                                    static_cast<std::int64_t>(other.lo_), &s) &&
+            detail::fitsSigned(s, w))
+          return ofSigned64(resultType, s);
+      } else {
+        std::uint64_t s;
+        if (!__builtin_sub_overflow(lo_, other.lo_, &s) &&
+            detail::fitsUnsigned(s, w))
+          return DataValue(resultType, s, 0);
+      }
+    } else if (resultType.isSigned()) {
+      Int128 s;
+      if (!__builtin_sub_overflow(asInt128(), other.asInt128(), &s) &&
+          detail::fitsSigned128(s, w))
+        return ofInt128(resultType, s);
+    } else {
+      UInt128 s;
+      if (!__builtin_sub_overflow(static_cast<UInt128>(asInt128()),
+                                  static_cast<UInt128>(other.asInt128()), &s) &&
+          detail::fitsUnsigned128(s, w))
+        return ofInt128(resultType, static_cast<Int128>(s));
+    }
+  }
+  return arithmetic(Op::kMinus, resultType, other, control);
+}
+
+inline DataValue DataValue::multiplyBy(const DataType& resultType,
+                                       const DataValue& other,
+                                       MathControl& control) const {
+  return arithmetic(Op::kMultiply, resultType, other, control);
+}
+
+inline DataValue DataValue::divideBy(const DataType& resultType,
+                                     const DataValue& other,
+                                     MathControl& control) const {
+  return arithmetic(Op::kDivide, resultType, other, control);
+}
+
+inline bool operator==(const DataValue& a, const DataValue& b) noexcept {
+  if (a.type_ == b.type_ && a.type_.isFixed())
+    return a.lo_ == b.lo_ && a.hi_ == b.hi_;
+  return DataValue::compareSlow(a, b) == std::weak_ordering::equivalent;
+}
+
+inline std::weak_ordering operator<=>(const DataValue& a,
+                                      const DataValue& b) noexcept {
+  if (a.type_ == b.type_ && a.type_.isFixed()) {
+    if (a.type_.isSigned()) return a.asInt128() <=> b.asInt128();
+    return static_cast<UInt128>(a.asInt128()) <=>
+           static_cast<UInt128>(b.asInt128());
+  }
+  return DataValue::compareSlow(a, b);
+}
+
+}  // namespace FXP

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstdint>
+
+namespace FixptRangeMath {
+
+// Records that an arithmetic result fell outside its type's range. Installed
+// on a MathControl by its owner; the control never owns or deletes it.
+class FixptRangeMathLogger {
+ public:
+  // Called by the arithmetic once per overflowing result (saturated, or
+  // wrapped to a different value).
+  void logOverflow() noexcept;
+  bool overflowOccurred() const noexcept { return overflowCount_ != 0; }
+  std::uint64_t overflowCount() const noexcept { return overflowCount_; }
+  void reset() noexcept { overflowCount_ = 0; }
+
+ private:
+  std::uint64_t overflowCount_ = 0;
+};
+
+}  // namespace FixptRangeMath
+
+namespace FXP {
+
+// How a fixed-point result is brought into its type: a rounding code, then an
+// overflow code. A double result is always the nearest double, ties to even.
+class MathMode {
+ public:
+  enum Rounding : std::uint8_t {
+    kTowardZero = 0,
+    kNearestTiesUp = 1,  // ties toward plus infinity
+    kCeiling = 2,
+    kFloor = 3,
+    kNearestTiesEven = 4,
+    kNearestTiesAway = 5,  // ties away from zero
+  };
+  enum Overflow : std::uint8_t { kWrap = 0, kSaturate = 1 };
+
+  // Nearest (ties up), saturate.
+  constexpr MathMode() noexcept = default;
+  // Throws std::invalid_argument naming the code when rounding is not 0..5 or
+  // overflow not 0..1.
+  constexpr MathMode(int roundingCode, int overflowCode);
+
+  constexpr std::uint8_t roundingCode() const noexcept { return rounding_; }
+  constexpr std::uint8_t overflowCode() const noexcept { return overflow_; }
+  constexpr bool saturates() const noexcept { return overflow_ == kSaturate; }
+
+  friend constexpr bool operator==(MathMode, MathMode) noexcept = default;
+
+ private:
+  std::uint8_t rounding_ = kNearestTiesUp;
+  std::uint8_t overflow_ = kSaturate;
+};
+
+// A mode plus an optional, non-owned overflow logger. Operations take the
+// control by reference because they write to its logger; the control itself
+// is not shared between threads.
+class MathControl {
+ public:
+  constexpr explicit MathControl(MathMode mode) noexcept : mode_(mode) {}
+
+  // Nearest with ties up, saturate: codes (1, 1).
+  static constexpr MathControl createFullPrecisionMathControl() noexcept {
+    return MathControl(MathMode());
+  }
+  static constexpr MathControl
+  createFullPrecisionNearSatMathControl() noexcept {
+    return MathControl(MathMode());
+  }
+  // Floor, wrap: codes (3, 0). Splitting a value into whole and fraction
+  // relies on this flooring.
+  static constexpr MathControl createFullPrecisionFloorWrapMathControl() {
+    return MathControl(MathMode(MathMode::kFloor, MathMode::kWrap));
+  }
+
+  constexpr MathMode getMathMode() const noexcept { return mode_; }
+  constexpr void setMathLogger(
+      FixptRangeMath::FixptRangeMathLogger* logger) noexcept {
+    logger_ = logger;
+  }
+  constexpr FixptRangeMath::FixptRangeMathLogger* getMathLogger()
+      const noexcept {
+    return logger_;
+  }
+
+ private:
+  MathMode mode_;
+  FixptRangeMath::FixptRangeMathLogger* logger_ = nullptr;
+};
+
+namespace detail {
+[[noreturn]] void throwBadModeCode(const char* field, int value);
+}
+
+constexpr MathMode::MathMode(int roundingCode, int overflowCode)
+    : rounding_(static_cast<std::uint8_t>(roundingCode)),
+      overflow_(static_cast<std::uint8_t>(overflowCode)) {
+  if (roundingCode < kTowardZero || roundingCode > kNearestTiesAway)
+    detail::throwBadModeCode("roundingCode", roundingCode);
+  if (overflowCode < kWrap || overflowCode > kSaturate)
+    detail::throwBadModeCode("overflowCode", overflowCode);
+}
+
+}  // namespace FXP
