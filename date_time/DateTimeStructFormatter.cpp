@@ -1,0 +1,579 @@
+#include "date_time/DateTimeStructFormatter.hpp"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <stdexcept>
+#include <string_view>
+
+#include "date_time/ConstantTables.hpp"
+#include "date_time/DateTimeUtilities.hpp"
+#include "date_time/diagnostics/MessageIds.hpp"
+#include "host/typesys/DateTimeDefs.hpp"
+
+namespace KvDateTime {
+namespace {
+
+// The pattern letters. Case matters: M/m, D/d, H/h and S/s differ.
+constexpr std::u16string_view tokenAlphabet = u"tGyuMdDeahHmsS";
+
+constexpr std::array<bool, 128> kIsPatternLetter = [] {
+  std::array<bool, 128> table{};
+  for (char16_t c : tokenAlphabet) table[c] = true;
+  return table;
+}();
+
+constexpr bool isPatternLetter(char16_t c) noexcept {
+  return c < 128 && kIsPatternLetter[c];
+}
+
+constexpr bool isAsciiLetter(char16_t c) noexcept {
+  const unsigned folded = c & ~0x20u;
+  return folded >= u'A' && folded <= u'Z';
+}
+
+// Rendering never produces more than this many units for one field token
+// other than `t`: a 64-bit year with its sign is 20, padding stops at 10.
+constexpr std::size_t kMaxFieldUnits = 20;
+
+// Truncation as the processor does it: NaN and values beyond the integer
+// give its minimum. A plain cast would be undefined there, and a
+// hand-filled record may hold anything.
+template <typename Int>
+Int truncToInt(double x) noexcept {
+  constexpr double kLimit =
+      -static_cast<double>(std::numeric_limits<Int>::min());  // 2^31 or 2^63
+  if (!(x >= -kLimit && x < kLimit)) return std::numeric_limits<Int>::min();
+  return static_cast<Int>(x);
+}
+
+// Month, day, hour, minute and second keep only the low 8 bits of their
+// 32-bit truncation, deliberately (pinned by FieldNarrowing tests).
+std::uint8_t narrow8(double field) noexcept {
+  return static_cast<std::uint8_t>(truncToInt<std::int32_t>(field));
+}
+
+std::size_t runLength(std::u16string_view text, std::size_t start) noexcept {
+  const char16_t c = text[start];
+  std::size_t end = start + 1;
+  while (end < text.size() && text[end] == c) ++end;
+  return end - start;
+}
+
+// ---------------------------------------------------------------- patterns
+
+enum class Problem {
+  None,
+  InvalidFormatChar,
+  InvalidDayOfWeekToken,
+  MultipleFractionalSecondTokens
+};
+
+struct PatternScan {
+  Problem problem = Problem::None;
+  char16_t offending = 0;       // the letter, for InvalidFormatChar
+  std::size_t fieldTokens = 0;  // unquoted pattern-letter runs, `t` aside
+  std::size_t timeStandardTokens = 0;
+  std::size_t literalUnits = 0;  // literal and apostrophe output
+};
+
+// One pass that both validates and counts what sizing the result needs.
+PatternScan scanPattern(std::u16string_view pattern) noexcept {
+  PatternScan scan;
+  int fractionRuns = 0;
+  bool quoted = false;
+  for (std::size_t i = 0; i < pattern.size();) {
+    const char16_t c = pattern[i];
+    if (!quoted) {
+      if (c == u'S') {
+        ++fractionRuns;
+      } else if (!isPatternLetter(c) && isAsciiLetter(c)) {
+        scan.problem = Problem::InvalidFormatChar;
+        scan.offending = c;
+        return scan;
+      }
+    }
+    const std::size_t n = runLength(pattern, i);
+    i += n;
+    if (c == u'\'') {
+      if (n % 2 == 1) quoted = !quoted;
+      scan.literalUnits += n / 2;
+      continue;
+    }
+    // Checked inside quotes too: six or more 'e' are refused wherever they
+    // stand, so that an unclosed quote cannot hide a mistyped field.
+    if (c == u'e' && n >= 6) {
+      scan.problem = Problem::InvalidDayOfWeekToken;
+      return scan;
+    }
+    if (quoted || !isPatternLetter(c)) {
+      scan.literalUnits += n;
+    } else if (c == u't') {
+      ++scan.timeStandardTokens;
+    } else {
+      ++scan.fieldTokens;
+    }
+  }
+  if (fractionRuns >= 2) scan.problem = Problem::MultipleFractionalSecondTokens;
+  return scan;
+}
+
+kvsvDiagnostic diagnosticFor(const PatternScan& scan,
+                             std::u16string_view pattern) {
+  using Korvane::DateTime::makeMsgId;
+  using resource_core::MsgArgument;
+  const char* id = nullptr;
+  std::vector<MsgArgument> arguments{MsgArgument(std::u16string(pattern))};
+  switch (scan.problem) {
+    case Problem::None:
+      return nullptr;
+    case Problem::InvalidFormatChar:
+      id = "InvalidFormatChar";
+      arguments.emplace_back(std::u16string(1, scan.offending));
+      break;
+    case Problem::InvalidDayOfWeekToken:
+      id = "InvalidDayOfWeekToken";
+      break;
+    case Problem::MultipleFractionalSecondTokens:
+      id = "MultipleFractionalSecondTokens";
+      break;
+  }
+  return kvsvCreateDiagnostic(makeMsgId(id, std::move(arguments)),
+                              std::string());
+}
+
+// ------------------------------------------------------------------ digits
+
+constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536"
+    "37383940414243444546474849505152535455565758596061626364656667686970717273"
+    "7475767778798081828384858687888990919293949596979899";
+
+int decimalLength(std::uint64_t v) noexcept {
+  int n = 1;
+  while (v >= 10000) {
+    v /= 10000;
+    n += 4;
+  }
+  return n + (v >= 10) + (v >= 100) + (v >= 1000);
+}
+
+// `v` in decimal, zero padded to `width` (no padding when width <= length).
+char16_t* putUnsigned(char16_t* out, std::uint64_t v, int width) noexcept {
+  const int length = decimalLength(v);
+  for (int i = length; i < width; ++i) *out++ = u'0';
+  char16_t* p = out + length;
+  while (v >= 100) {
+    const auto pair = static_cast<std::size_t>(v % 100) * 2;
+    v /= 100;
+    *--p = static_cast<char16_t>(kDigitPairs[pair + 1]);
+    *--p = static_cast<char16_t>(kDigitPairs[pair]);
+  }
+  if (v >= 10) {
+    *--p = static_cast<char16_t>(kDigitPairs[v * 2 + 1]);
+    *--p = static_cast<char16_t>(kDigitPairs[v * 2]);
+  } else {
+    *--p = static_cast<char16_t>(u'0' + v);
+  }
+  return out + length;
+}
+
+// The common width rule: count 1 unpadded, otherwise min(count, 10).
+constexpr int paddedWidth(std::int32_t count) noexcept {
+  return count >= 2 ? std::min<std::int32_t>(count, 10) : 0;
+}
+
+char16_t* putNumber(char16_t* out, std::uint64_t v,
+                    std::int32_t count) noexcept {
+  return putUnsigned(out, v, paddedWidth(count));
+}
+
+// Narrow text widened one byte to one unit.
+char16_t* putNarrow(char16_t* out, const char* text, std::size_t n) noexcept {
+  for (std::size_t i = 0; i < n; ++i) {
+    *out++ = static_cast<char16_t>(static_cast<unsigned char>(text[i]));
+  }
+  return out;
+}
+
+char16_t* putNarrow(char16_t* out, std::string_view text) noexcept {
+  return putNarrow(out, text.data(), text.size());
+}
+
+// Count 3: the first three letters, 4: the whole name, 5: the first letter.
+// Every name in the tables has at least three letters.
+char16_t* putName(char16_t* out, std::string_view name, std::int32_t count) {
+  return putNarrow(out, name.data(),
+                   count == 3   ? 3
+                   : count == 4 ? name.size()
+                                : 1);
+}
+
+// ---------------------------------------------------------------- fraction
+
+__extension__ typedef unsigned __int128 u128;  // GCC and Clang both have it
+
+// Exactly what printf("%.15f", f) writes for a fraction |f| < 1 (or NaN)
+// under the default rounding mode: the decimal value rounded half to even
+// at 15 places, "1.000000000000000" when it rounds up to one, the sign kept
+// on negative values and negative zero. The double is an exact binary
+// fraction m / 2^k, so m * 10^15 / 2^k with its remainder decides the
+// rounding without any floating-point error. Checked against the C library
+// by FractionDigits.MatchesPrintfOnRandomBitPatterns.
+std::size_t printFraction15(double f, char* buf) noexcept {
+  char* p = buf;
+  if (std::signbit(f)) *p++ = '-';
+  if (std::isnan(f)) {
+    *p++ = 'n', *p++ = 'a', *p++ = 'n';
+    return static_cast<std::size_t>(p - buf);
+  }
+  constexpr std::uint64_t kScale = 1'000'000'000'000'000;  // 10^15
+  const std::uint64_t bits = std::bit_cast<std::uint64_t>(std::fabs(f));
+  const auto biased = static_cast<int>(bits >> 52);
+  std::uint64_t mantissa = bits & ((std::uint64_t{1} << 52) - 1);
+  int shift = 1074;  // zero and subnormals
+  if (biased != 0) {
+    mantissa |= std::uint64_t{1} << 52;
+    shift = 1075 - biased;  // >= 53 because |f| < 1
+  }
+  std::uint64_t q = 0;  // |f| * 10^15 rounded, [0, 10^15]
+  // mantissa * 10^15 < 2^103: from a shift of 104 on it is below one half.
+  if (shift < 104) {
+    const u128 product = static_cast<u128>(mantissa) * kScale;
+    q = static_cast<std::uint64_t>(product >> shift);
+    const u128 rest = product & ((u128{1} << shift) - 1);
+    const u128 half = u128{1} << (shift - 1);
+    if (rest > half || (rest == half && (q & 1) != 0)) ++q;
+  }
+  *p++ = q == kScale ? '1' : '0';
+  *p++ = '.';
+  if (q == kScale) q = 0;
+  for (int i = 14; i >= 0; --i) {
+    p[i] = static_cast<char>('0' + q % 10);
+    q /= 10;
+  }
+  return static_cast<std::size_t>(p + 15 - buf);
+}
+
+// ------------------------------------------------------------------ fields
+
+std::int64_t wholeYear(const DateTimeStruct& v) noexcept {
+  return truncToInt<std::int64_t>(v.year);
+}
+
+const char* monthName(std::uint8_t month) {
+  if (month < 1 || month > 12) {
+    throw std::out_of_range(
+        "DateTimeStructFormatter: the month reads as " + std::to_string(month) +
+        " (truncated, low 8 bits), which has no name; months are 1 to 12");
+  }
+  return detail::monthNames[month - 1u];
+}
+
+const char* dayName(std::uint8_t dayOfWeek) {
+  if (dayOfWeek < 1 || dayOfWeek > 7) {
+    throw std::out_of_range("DateTimeStructFormatter: day of week " +
+                            std::to_string(dayOfWeek) +
+                            " has no name; days are 1 (Sunday) to 7");
+  }
+  return detail::dayNames[dayOfWeek - 1u];
+}
+
+const char* eraText(const DateTimeStruct& v) noexcept {
+  return wholeYear(v) <= 0 ? "BCE" : "CE";
+}
+
+const char* amPmText(const DateTimeStruct& v) noexcept {
+  return narrow8(v.hour) > 11 ? "PM" : "AM";
+}
+
+char16_t* put_y(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
+  const std::int64_t y = wholeYear(v);
+  // Year 0 is 1 BCE. Unsigned, so that the minimum year cannot overflow.
+  const std::uint64_t era = y >= 1 ? static_cast<std::uint64_t>(y)
+                                   : 1 - static_cast<std::uint64_t>(y);
+  if (count == 2) return putUnsigned(out, era % 100, 2);
+  return putNumber(out, era, count);
+}
+
+char16_t* put_u(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
+  const std::int64_t y = wholeYear(v);
+  std::uint64_t magnitude = static_cast<std::uint64_t>(y);
+  if (y < 0) {
+    *out++ = u'-';
+    magnitude = 0 - magnitude;
+  }
+  return putNumber(out, magnitude, count);
+}
+
+char16_t* put_M(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
+  const std::uint8_t month = narrow8(v.month);
+  const std::string_view name = monthName(month);
+  if (count >= 3 && count <= 5) return putName(out, name, count);
+  return putNumber(out, month, count);  // six or more: numbers again
+}
+
+char16_t* put_e(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
+  const auto dayOfWeek =
+      static_cast<std::uint8_t>(DateTimeUtilities::calendarTimeToDayOfWeek(v));
+  const std::string_view name = dayName(dayOfWeek);
+  if (count == 1 || count == 2) return putNumber(out, dayOfWeek, count);
+  return putName(out, name, count >= 3 && count <= 5 ? count : 5);
+}
+
+char16_t* put_D(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
+  const auto dayOfYear =
+      static_cast<std::uint16_t>(DateTimeUtilities::calendarTimeToDayOfYear(v));
+  return putNumber(out, dayOfYear, count);
+}
+
+char16_t* put_h(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
+  const unsigned h = narrow8(v.hour) % 12u;
+  return putNumber(out, h == 0 ? 12u : h, count);
+}
+
+char16_t* put_S(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
+  char text[24];
+  const std::size_t length = printFraction15(v.getSubSecond(), text);
+  // The digits start after "0."; they are cut, not rounded, at the count.
+  const std::size_t available = length - 2;
+  const std::size_t keep =
+      count <= 0
+          ? 0
+          : std::min<std::size_t>(std::min<std::int32_t>(count, 9), available);
+  return putNarrow(out, text + 2, keep);
+}
+
+// Renders one pattern-letter token; `out` has room for kMaxFieldUnits, or
+// for the time standard's name when `c` is 't'.
+char16_t* putField(char16_t* out, const DateTimeStructFormatter& f, char16_t c,
+                   std::int32_t count, bool& fractionPrinted) {
+  const DateTimeStruct& v = f.dateTimeStruct;
+  switch (c) {
+    case u'D':
+      return put_D(out, v, count);
+    case u'G':
+      return putNarrow(out, eraText(v));
+    case u'H':
+      return putNumber(out, narrow8(v.hour), count);
+    case u'M':
+      return put_M(out, v, count);
+    case u'S':
+      fractionPrinted = true;
+      return put_S(out, v, count);
+    case u'a':
+      return putNarrow(out, amPmText(v));
+    case u'd':
+      return putNumber(out, narrow8(v.day), count);
+    case u'e':
+      return put_e(out, v, count);
+    case u'h':
+      return put_h(out, v, count);
+    case u'm':
+      return putNumber(out, narrow8(v.minute), count);
+    case u's':
+      return putNumber(out, narrow8(v.second), count);
+    case u't':
+      return putNarrow(out, DateTimeDefs::timeStandardName(f.timeStandard));
+    case u'u':
+      return put_u(out, v, count);
+    case u'y':
+      return put_y(out, v, count);
+    default:
+      return out;  // not a letter: the callers never pass one
+  }
+}
+
+// One field through a local buffer, for the public per-letter members.
+template <typename Put>
+std::u16string fieldString(Put put) {
+  std::array<char16_t, kMaxFieldUnits> buffer;
+  char16_t* end = put(buffer.data());
+  return std::u16string(buffer.data(), end);
+}
+
+std::u16string textString(std::string_view text) {
+  std::u16string result(text.size(), u'\0');
+  putNarrow(result.data(), text);
+  return result;
+}
+
+// Writes the rendering of a validated pattern to `out` and returns its end.
+// `out` must hold the bound computed from the pattern's scan.
+char16_t* renderPattern(char16_t* out, const DateTimeStructFormatter& f,
+                        std::u16string_view pattern) {
+  bool quoted = false;
+  // Set by `S` for the benefit of formatToken's contract; nothing here
+  // reads it back.
+  bool fractionPrinted = false;
+  for (std::size_t i = 0; i < pattern.size();) {
+    const char16_t c = pattern[i];
+    const std::size_t n = runLength(pattern, i);
+    i += n;
+    if (c == u'\'') {
+      if (n % 2 == 1) quoted = !quoted;
+      out = std::fill_n(out, n / 2, u'\'');
+    } else if (quoted || !isPatternLetter(c)) {
+      out = std::copy_n(pattern.data() + i - n, n, out);
+    } else {
+      // A run longer than 2^31 - 1 keeps the 32-bit count of the public
+      // interface; any count of 10 or more renders like 10 anyway.
+      const auto count = static_cast<std::int32_t>(
+          std::min<std::size_t>(n, std::numeric_limits<std::int32_t>::max()));
+      out = putField(out, f, c, count, fractionPrinted);
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+kvsvDiagnostic DateTimeStructFormatter::validateFormat(std::u16string pattern) {
+  return diagnosticFor(scanPattern(pattern), pattern);
+}
+
+bool DateTimeStructFormatter::needsTimeStandard(std::u16string pattern) {
+  bool quoted = false;
+  for (const char16_t c : pattern) {
+    if (c == u'\'') {
+      quoted = !quoted;
+    } else if (c == u't' && !quoted) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::u16string DateTimeStructFormatter::getFormattedStr(
+    std::u16string pattern) const {
+  const PatternScan scan = scanPattern(pattern);
+  if (scan.problem != Problem::None) {
+    kvsvDiagnostic diagnostic = diagnosticFor(scan, pattern);
+    kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
+  }
+
+  // An upper bound of the output, so that the result is allocated once.
+  // Literal output is at most the pattern's length, so only the fields can
+  // push the sum past the limits; the checks keep it from wrapping.
+  const std::size_t nameLength =
+      scan.timeStandardTokens == 0
+          ? 0
+          : std::string_view(DateTimeDefs::timeStandardName(timeStandard))
+                .size();
+  std::u16string result;
+  const std::size_t limit = result.max_size();
+  std::size_t bound = scan.literalUnits;
+  const auto add = [&](std::size_t tokens, std::size_t units) {
+    if (units != 0 && tokens > (limit - bound) / units) {
+      throw std::length_error("basic_string::append");
+    }
+    bound += tokens * units;
+  };
+  add(scan.fieldTokens, kMaxFieldUnits);
+  add(scan.timeStandardTokens, nameLength);
+
+  // Typical patterns render on the stack and are copied once into a result
+  // of exactly their size; longer ones render straight into the result.
+  constexpr std::size_t kStackUnits = 256;
+  if (bound <= kStackUnits) {
+    std::array<char16_t, kStackUnits> buffer;
+    char16_t* end = renderPattern(buffer.data(), *this, pattern);
+    result.assign(buffer.data(), end);
+  } else {
+    result.resize(bound);
+    char16_t* end = renderPattern(result.data(), *this, pattern);
+    result.resize(static_cast<std::size_t>(end - result.data()));
+  }
+  return result;
+}
+
+std::u16string DateTimeStructFormatter::formatToken(char16_t c,
+                                                    std::int32_t count,
+                                                    bool& fractionPrinted,
+                                                    bool quoted) const {
+  const auto n = static_cast<std::size_t>(std::max<std::int32_t>(count, 0));
+  if (c == u'\'') return std::u16string(n / 2, u'\'');
+  if (quoted || !isPatternLetter(c)) return std::u16string(n, c);
+  if (c == u't') return format_t();
+  return fieldString([&](char16_t* out) {
+    return putField(out, *this, c, count, fractionPrinted);
+  });
+}
+
+std::u16string DateTimeStructFormatter::format_t() const {
+  return textString(DateTimeDefs::timeStandardName(timeStandard));
+}
+
+std::u16string DateTimeStructFormatter::format_G() const {
+  return textString(eraText(dateTimeStruct));
+}
+
+std::u16string DateTimeStructFormatter::format_a() const {
+  return textString(amPmText(dateTimeStruct));
+}
+
+std::u16string DateTimeStructFormatter::format_S(std::int32_t count,
+                                                 bool& fractionPrinted) const {
+  fractionPrinted = true;
+  return fieldString(
+      [&](char16_t* out) { return put_S(out, dateTimeStruct, count); });
+}
+
+std::u16string DateTimeStructFormatter::format_y(std::int32_t count) const {
+  return fieldString(
+      [&](char16_t* out) { return put_y(out, dateTimeStruct, count); });
+}
+
+std::u16string DateTimeStructFormatter::format_u(std::int32_t count) const {
+  return fieldString(
+      [&](char16_t* out) { return put_u(out, dateTimeStruct, count); });
+}
+
+std::u16string DateTimeStructFormatter::format_M(std::int32_t count) const {
+  return fieldString(
+      [&](char16_t* out) { return put_M(out, dateTimeStruct, count); });
+}
+
+std::u16string DateTimeStructFormatter::format_d(std::int32_t count) const {
+  return fieldString([&](char16_t* out) {
+    return putNumber(out, narrow8(dateTimeStruct.day), count);
+  });
+}
+
+std::u16string DateTimeStructFormatter::format_D(std::int32_t count) const {
+  return fieldString(
+      [&](char16_t* out) { return put_D(out, dateTimeStruct, count); });
+}
+
+std::u16string DateTimeStructFormatter::format_e(std::int32_t count) const {
+  return fieldString(
+      [&](char16_t* out) { return put_e(out, dateTimeStruct, count); });
+}
+
+std::u16string DateTimeStructFormatter::format_h(std::int32_t count) const {
+  return fieldString(
+      [&](char16_t* out) { return put_h(out, dateTimeStruct, count); });
+}
+
+std::u16string DateTimeStructFormatter::format_H(std::int32_t count) const {
+  return fieldString([&](char16_t* out) {
+    return putNumber(out, narrow8(dateTimeStruct.hour), count);
+  });
+}
+
+std::u16string DateTimeStructFormatter::format_m(std::int32_t count) const {
+  return fieldString([&](char16_t* out) {
+    return putNumber(out, narrow8(dateTimeStruct.minute), count);
+  });
+}
+
+std::u16string DateTimeStructFormatter::format_s(std::int32_t count) const {
+  return fieldString([&](char16_t* out) {
+    return putNumber(out, narrow8(dateTimeStruct.second), count);
+  });
+}
+
+}  // namespace KvDateTime
