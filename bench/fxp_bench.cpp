@@ -1,3 +1,11 @@
+// Result, 2026-11-22, shared 2-vCPU VM, g++ 12 -O3 (CMake Release), one run of
+// kv_bench_fxp --benchmark_min_time=0.2 (CPU ns/op):
+//   Add64   DataValue 1.19  raw int64 0.50        ratio 2.38 (goal <= 4)
+//   Add128  DataValue 1.73  raw __int128 0.84     ratio 2.07 (goal <= 4)
+//           Boost int256 10.5                     ratio 0.16
+//   fromDouble DataValue 2.09 (bare scale+round 0.86)
+//   toDouble   DataValue 1.28 (bare convert+scale 0.43)
+//
 // FXP::DataValue beside raw integer and Boost.Multiprecision arithmetic on
 // the same fixed-seed operands; one run prints its own ratios.
 //
