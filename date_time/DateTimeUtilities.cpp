@@ -8,15 +8,18 @@
 #include <limits>
 
 #include "date_time/ConstantTables.hpp"
+#include "date_time/FloatingPoint.hpp"
 #include "date_time/diagnostics/Raise.hpp"
 
 namespace KvDateTime {
 namespace {
 
+using detail::fastFloor;
+using detail::isIntegral;
+using detail::truncToInt;
 namespace bg = boost::gregorian;
 namespace bpt = boost::posix_time;
 using Korvane::DateTime::makeDiagnostic;
-using Korvane::DateTime::throwIfSet;
 
 // The first ten seconds of 1972 in TAI precede 1972-01-01 00:00:00 UTC. The
 // threshold sits 1.4007091522216797e-05 s below 10 s so that a reading that
@@ -24,45 +27,54 @@ using Korvane::DateTime::throwIfSet;
 constexpr double kTaiModelStartTolerance =
     std::bit_cast<double>(std::uint64_t{0x4023FFFE2A000000});
 
-constexpr std::int64_t kMicrosPerSecond = 1'000'000;
-
-// Whole-number test: NaN is never whole, the infinities are. floor() is
-// exact for every double, so no magnitude needs a special case.
-inline bool isIntegral(double x) noexcept { return x == std::floor(x); }
-
-// Truncation to a 32- or 64-bit integer as the processor does it: a value
-// that does not fit (NaN, the infinities, huge magnitudes) gives the minimum
-// integer. A plain cast would be undefined there, and validated fields may
-// still be infinite.
-template <typename Int>
-inline Int truncToInt(double x) noexcept {
-  constexpr double kLimit =
-      -static_cast<double>(std::numeric_limits<Int>::min());  // 2^31 or 2^63
-  if (!(x > -kLimit - 1.0 && x < kLimit))
-    return std::numeric_limits<Int>::min();
-  return static_cast<Int>(x);
+// The Julian Day Number of a proleptic Gregorian date (as the date type
+// computes it): 1970-01-01 is 2440588. For the years 1400..9999 that the
+// converters admit every intermediate is positive, so unsigned arithmetic
+// gives the same quotients more cheaply. Checked against an independent day
+// count for every day of that range in
+// CalendarOracle.ConsecutiveDaysAre86400SecondsApart.
+constexpr std::int64_t gregorianDayNumber(std::uint32_t year,
+                                          std::uint32_t month,
+                                          std::uint32_t day) noexcept {
+  const std::uint32_t a = month <= 2 ? 1 : 0;  // (14 - month) / 12
+  const std::uint32_t y = year + 4800 - a;
+  const std::uint32_t m = month + 12 * a - 3;
+  return std::int64_t{day + (153 * m + 2) / 5 + 365 * y + y / 4 - y / 100 +
+                      y / 400} -
+         32045;
 }
+static_assert(gregorianDayNumber(1970, 1, 1) == 2440588);
+static_assert(gregorianDayNumber(1958, 1, 1) == 2436205);
+static_assert(gregorianDayNumber(1900, 1, 1) == 2415021);
 
 inline bool isGregorianLeap(std::int64_t y) noexcept {
   return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
 }
 
-// The reading's instant, on the TAI axis, for each epoch. 1970 and 1900 are
-// UTC epochs: their 00:00:00 UTC lies at 00:00:10 TAI (TAI-UTC was 10 s at
-// the start of 1972 and is taken as fixed here).
-const bpt::ptime kEpochRef1970(bg::date(1970, 1, 1), bpt::seconds(10));
-const bpt::ptime kEpochRef1900(bg::date(1900, 1, 1), bpt::seconds(10));
-const bpt::ptime kEpochRef1958(bg::date(1958, 1, 1),
-                               bpt::time_duration(0, 0, 0));
+// Each epoch's instant on the TAI axis, as a Gregorian day number and a
+// second of that day. 1970 and 1900 are UTC epochs: their 00:00:00 UTC lies
+// at 00:00:10 TAI (TAI-UTC was 10 s at the start of 1972 and is taken as
+// fixed here). Every other epoch value counts from 1958-01-01 00:00:00.
+struct EpochInstant {
+  bpt::ptime instant;
+  std::int64_t dayNumber;    // Gregorian day number of its date
+  std::int64_t secondOfDay;  // 10 or 0
+};
+const EpochInstant kEpoch1970{
+    bpt::ptime(bg::date(1970, 1, 1), bpt::seconds(10)), 2440588, 10};
+const EpochInstant kEpoch1900{
+    bpt::ptime(bg::date(1900, 1, 1), bpt::seconds(10)), 2415021, 10};
+const EpochInstant kEpoch1958{bpt::ptime(bg::date(1958, 1, 1), bpt::seconds(0)),
+                              2436205, 0};
 
-inline const bpt::ptime& epochReference(Epoch epoch) noexcept {
+inline const EpochInstant& epochReference(Epoch epoch) noexcept {
   switch (epoch) {
     case Epoch::Epoch1970:
-      return kEpochRef1970;
+      return kEpoch1970;
     case Epoch::Epoch1900:
-      return kEpochRef1900;
+      return kEpoch1900;
     default:
-      return kEpochRef1958;
+      return kEpoch1958;
   }
 }
 
@@ -74,21 +86,38 @@ constexpr std::int64_t kMaxEpochSeconds = 1'000'000'000'000;  // ~31700 years
 }  // namespace
 
 // --- Validation ------------------------------------------------------------
+//
+// The rules live in the problem finders below, which name the first broken
+// rule (nullptr when none is) without touching the heap; the validators
+// turn a name into a diagnostic, and the converters throw it.
 
-kvsvDiagnostic DateTimeUtilities::validateDate(const CalendarValues& cal) {
+namespace {
+
+using Problem = const char*;  // an Id such as "BadMonth", or nullptr
+
+// A field already known to lie in [lo, hi] with hi < 2^31 is whole exactly
+// when it survives a round trip through int: cheaper than the general test.
+inline bool wholeInRange(double x) noexcept {
+  return x == static_cast<double>(static_cast<std::int32_t>(x));
+}
+
+Problem dateProblem(const DateTimeUtilities::CalendarValues& cal) noexcept {
   const double year = cal[0], month = cal[1], day = cal[2];
-  if (!isIntegral(year)) return makeDiagnostic("BadYear");
-  if (!(month >= 1.0 && month <= 12.0 && isIntegral(month))) {
-    return makeDiagnostic("BadMonth");
+  if (!isIntegral(year)) return "BadYear";
+  if (!(month >= 1.0 && month <= 12.0) || !wholeInRange(month)) {
+    return "BadMonth";
   }
-  if (!(day >= 1.0 && isIntegral(day))) return makeDiagnostic("BadDayOfMonth");
+  if (!(day >= 1.0)) return "BadDayOfMonth";
+  if (day < 0x1p31 ? !wholeInRange(day) : !isIntegral(day)) {
+    return "BadDayOfMonth";
+  }
 
   // The month-length check works on the calendar's 16-bit year and day, as
   // the date type does: exact for every real date; out-of-range years are
-  // caught by the range check of validateDateTime. Pinned by
+  // caught by the range check of the full date-time rules. Pinned by
   // DateValidation.DayIsComparedInSixteenBits.
   const std::int32_t y = truncToInt<std::int32_t>(year);
-  const std::int32_t m = truncToInt<std::int32_t>(month);  // 1..12
+  const auto m = static_cast<std::int32_t>(month);  // 1..12
   const std::int32_t d = truncToInt<std::int32_t>(day);
   bool leap = false;
   if ((y & 3) == 0) {
@@ -96,62 +125,127 @@ kvsvDiagnostic DateTimeUtilities::validateDate(const CalendarValues& cal) {
     leap = y16 % 100 != 0 || y16 % 400 == 0;
   }
   if (static_cast<std::uint16_t>(d) > detail::daysInMonth[leap][m - 1]) {
-    return makeDiagnostic("BadDayOfMonth");
+    return "BadDayOfMonth";
   }
   return nullptr;
 }
 
-kvsvDiagnostic DateTimeUtilities::validateTime(const CalendarValues& cal,
-                                               TimeStandard ts) {
+Problem timeProblem(const DateTimeUtilities::CalendarValues& cal,
+                    TimeStandard ts) noexcept {
   const double hour = cal[3], minute = cal[4], second = cal[5];
-  if (!(hour >= 0.0 && hour <= 23.0 && isIntegral(hour))) {
-    return makeDiagnostic("BadHour");
-  }
-  if (!(minute >= 0.0 && minute <= 59.0 && isIntegral(minute))) {
-    return makeDiagnostic("BadMinute");
+  if (!(hour >= 0.0 && hour <= 23.0) || !wholeInRange(hour)) return "BadHour";
+  if (!(minute >= 0.0 && minute <= 59.0) || !wholeInRange(minute)) {
+    return "BadMinute";
   }
   // Only the bounds are tested, so a NaN second passes: kept on purpose.
-  if (ts == TimeStandard::UTC) {
-    if (second < 0.0 || second >= 61.0) return makeDiagnostic("BadSecondUTC");
-  } else if (second < 0.0 || second >= 60.0) {
-    return makeDiagnostic("BadSecond");
+  const double limit = ts == TimeStandard::UTC ? 61.0 : 60.0;
+  if (second < 0.0 || second >= limit) {
+    return ts == TimeStandard::UTC ? "BadSecondUTC" : "BadSecond";
   }
   return nullptr;
 }
 
-kvsvDiagnostic DateTimeUtilities::validateDateTime(const CalendarValues& cal,
-                                                   TimeStandard ts) {
-  if (kvsvDiagnostic d = validateDate(cal)) return d;
-  if (kvsvDiagnostic d = validateTime(cal, ts)) return d;
+// The ordered rules, for readings that the quick test below does not pass.
+Problem dateTimeProblemInOrder(const DateTimeUtilities::CalendarValues& cal,
+                               TimeStandard ts) noexcept {
+  if (Problem p = dateProblem(cal)) return p;
+  if (Problem p = timeProblem(cal, ts)) return p;
   const double year = cal[0], month = cal[1], day = cal[2];
-  if (year < 1400.0 || year > 9999.0) return makeDiagnostic("BadYear");
+  if (year < 1400.0 || year > 9999.0) return "BadYear";
   if (cal[5] >= 60.0) {
     const bool endOfHalfYear =
         (month == 6.0 && day == 30.0) || (month == 12.0 && day == 31.0);
     if (!endOfHalfYear || cal[3] != 23.0 || cal[4] != 59.0) {
-      return makeDiagnostic("BadLeapSecond");
+      return "BadLeapSecond";
     }
   }
   return nullptr;
 }
 
-kvsvDiagnostic DateTimeUtilities::validateDateTimeRestrictive(
-    const CalendarValues& cal, TimeStandard ts) {
-  if (kvsvDiagnostic d = validateDateTime(cal, ts)) return d;
-  if (cal[0] < 1972.0) return makeDiagnostic("BadYearModelConfig");
+// Nearly every reading a simulation passes is an ordinary one: every field
+// in range and whole where it must be, the second below 60. This tests
+// exactly that with few branches and hands back the whole fields; anything
+// else (a failure, a leap second, a NaN second) goes to the ordered rules,
+// which name the first problem. A reading accepted here is accepted there
+// too, so the outcome is the same either way.
+struct OrdinaryFields {
+  std::int32_t year, month, day, hour, minute, second;  // second: floored
+};
+
+inline bool ordinaryReading(double y, double mo, double d, double h, double mi,
+                            double s, OrdinaryFields& out) noexcept {
+  const bool inRange = (y >= 1400.0) & (y <= 9999.0) & (mo >= 1.0) &
+                       (mo <= 12.0) & (d >= 1.0) & (d <= 31.0) & (h >= 0.0) &
+                       (h <= 23.0) & (mi >= 0.0) & (mi <= 59.0) & (s >= 0.0) &
+                       (s < 60.0);
+  if (!inRange) return false;
+  out = {static_cast<std::int32_t>(y),  static_cast<std::int32_t>(mo),
+         static_cast<std::int32_t>(d),  static_cast<std::int32_t>(h),
+         static_cast<std::int32_t>(mi), static_cast<std::int32_t>(s)};
+  const bool whole = (out.year == y) & (out.month == mo) & (out.day == d) &
+                     (out.hour == h) & (out.minute == mi);
+  if (!whole) return false;
+  if (out.day <= 28) return true;  // every month has 28 days
+  const bool leap =
+      (out.year % 4 == 0 && out.year % 100 != 0) || out.year % 400 == 0;
+  return out.day <= detail::daysInMonth[leap][out.month - 1];
+}
+
+Problem dateTimeProblem(const DateTimeUtilities::CalendarValues& cal,
+                        TimeStandard ts) noexcept {
+  OrdinaryFields f;
+  if (ordinaryReading(cal[0], cal[1], cal[2], cal[3], cal[4], cal[5], f)) {
+    return nullptr;
+  }
+  return dateTimeProblemInOrder(cal, ts);
+}
+
+Problem restrictiveProblem(const DateTimeUtilities::CalendarValues& cal,
+                           TimeStandard ts) noexcept {
+  if (Problem p = dateTimeProblem(cal, ts)) return p;
+  if (cal[0] < 1972.0) return "BadYearModelConfig";
   // Only TAI readings are held against the start of UTC with leap seconds.
   const double threshold =
       ts == TimeStandard::TAI ? kTaiModelStartTolerance : 0.0;
   if (cal[0] == 1972.0 && cal[1] == 1.0 && cal[2] == 1.0 && cal[3] == 0.0 &&
       cal[4] == 0.0 && cal[5] < threshold) {
-    return makeDiagnostic("BadTAIModelConfig");
+    return "BadTAIModelConfig";
   }
   return nullptr;
 }
 
+inline kvsvDiagnostic toDiagnostic(Problem p) {
+  return p ? makeDiagnostic(p) : nullptr;
+}
+
+inline void raiseIf(Problem p) {
+  if (p) kvsvThrowIException(Korvane::DateTime::makeMsgId(p));
+}
+
+}  // namespace
+
+kvsvDiagnostic DateTimeUtilities::validateDate(const CalendarValues& cal) {
+  return toDiagnostic(dateProblem(cal));
+}
+
+kvsvDiagnostic DateTimeUtilities::validateTime(const CalendarValues& cal,
+                                               TimeStandard ts) {
+  return toDiagnostic(timeProblem(cal, ts));
+}
+
+kvsvDiagnostic DateTimeUtilities::validateDateTime(const CalendarValues& cal,
+                                                   TimeStandard ts) {
+  return toDiagnostic(dateTimeProblem(cal, ts));
+}
+
+kvsvDiagnostic DateTimeUtilities::validateDateTimeRestrictive(
+    const CalendarValues& cal, TimeStandard ts) {
+  return toDiagnostic(restrictiveProblem(cal, ts));
+}
+
 kvsvDiagnostic DateTimeUtilities::validateModelDateTime(
     const CalendarValues& cal) {
-  return validateDateTimeRestrictive(cal, TimeStandard::TAI);
+  return toDiagnostic(restrictiveProblem(cal, TimeStandard::TAI));
 }
 
 DateTimeStruct DateTimeUtilities::earliestModelValidCalDT() {
@@ -179,32 +273,50 @@ double DateTimeUtilities::getEpochOffset(Epoch from, Epoch to,
 
 EpochTimeStruct DateTimeUtilities::calendarToEpochTime(
     const DateTimeStruct& cal, Epoch epoch, TimeStandard ts) {
-  throwIfSet(validateDateTime(cal.toArray(), ts));
+  OrdinaryFields f;
+  if (!ordinaryReading(cal.year, cal.month, cal.day, cal.hour, cal.minute,
+                       cal.second, f)) {
+    raiseIf(dateTimeProblemInOrder(cal.toArray(), ts));
+    // Valid but not ordinary: a leap second, a NaN second, or a day that
+    // the 16-bit calendar fields reduce (65537 counts as day 1). After
+    // validation the only day the date type would still refuse is one that
+    // reduces to 0 (+infinity becomes the 32-bit minimum, 65536 wraps); let
+    // it raise its own exception there.
+    f = {static_cast<std::int32_t>(cal.year),
+         static_cast<std::int32_t>(cal.month),
+         static_cast<std::uint16_t>(truncToInt<std::int32_t>(cal.day)),
+         static_cast<std::int32_t>(cal.hour),
+         static_cast<std::int32_t>(cal.minute),
+         // A NaN second (which passes validation) contributes 0 whole
+         // seconds, as its microsecond count wraps to 0 in 64-bit time
+         // arithmetic; 60.x contributes 60.
+         cal.second == cal.second ? static_cast<std::int32_t>(cal.second) : 0};
+    if (f.day == 0) {
+      [[maybe_unused]] const bg::date refused(
+          static_cast<unsigned short>(f.year),
+          static_cast<unsigned short>(f.month), 0);
+    }
+  }
+  // Every other date takes the day-number formula of the date type without
+  // its repeated range checks.
+  const std::int64_t dayNumber = gregorianDayNumber(
+      static_cast<std::uint32_t>(f.year), static_cast<std::uint32_t>(f.month),
+      static_cast<std::uint32_t>(f.day));
 
-  // The date type holds 16-bit fields: a day of 65537 counts as day 1, and
-  // a day of +infinity (the 32-bit minimum) is refused by its constructor.
-  const bg::date date(
-      static_cast<unsigned short>(truncToInt<std::int32_t>(cal.year)),
-      static_cast<unsigned short>(truncToInt<std::int32_t>(cal.month)),
-      static_cast<unsigned short>(truncToInt<std::int32_t>(cal.day)));
+  // Validation has bounded every field, so the instant fits a 64-bit
+  // microsecond count many times over and can be formed in whole seconds
+  // directly: the same count as the microsecond time arithmetic divided by
+  // 10^6, without its special-value checks on every step.
+  const EpochInstant& ref = epochReference(epoch);
+  std::int64_t whole = (dayNumber - ref.dayNumber) * 86400 +
+                       std::int64_t{f.hour} * 3600 +
+                       std::int64_t{f.minute} * 60 + f.second - ref.secondOfDay;
 
-  // A NaN second passes validation; its whole part becomes the 64-bit
-  // minimum, whose microsecond count wraps to 0. Done in unsigned arithmetic
-  // so that it wraps instead of overflowing.
-  const double wholeSecond = std::floor(cal.second);
-  const auto secondTicks = static_cast<std::int64_t>(
-      static_cast<std::uint64_t>(truncToInt<std::int64_t>(wholeSecond)) *
-      static_cast<std::uint64_t>(kMicrosPerSecond));
-  const bpt::time_duration timeOfDay =
-      bpt::hours(truncToInt<std::int64_t>(cal.hour)) +
-      bpt::minutes(truncToInt<std::int64_t>(cal.minute)) +
-      bpt::microseconds(secondTicks);
-
-  double frac = cal.second - wholeSecond;  // [0, 1); 0.5 for second 60.5
-  bpt::time_duration r = bpt::ptime(date, timeOfDay) - epochReference(epoch);
+  // [0, 1): 0.5 for second 60.5; NaN for a NaN second.
+  double frac = cal.second - static_cast<double>(f.second);
   switch (ts) {
     case TimeStandard::UTC:
-      r += bpt::seconds(10);
+      whole += 10;
       break;
     case TimeStandard::TT:
       // 32.184 s: the whole seconds go to the count, 0.184 s to the fraction,
@@ -212,15 +324,15 @@ EpochTimeStruct DateTimeUtilities::calendarToEpochTime(
       frac -= 0.184;
       if (frac < 0.0) {
         frac += 1.0;
-        r -= bpt::seconds(33);
+        whole -= 33;
       } else {
-        r -= bpt::seconds(32);
+        whole -= 32;
       }
       break;
     default:
       break;
   }
-  return {r.ticks() / kMicrosPerSecond, frac};
+  return {whole, frac};
 }
 
 DateTimeStruct DateTimeUtilities::epochTimeToCalendar(
@@ -228,7 +340,7 @@ DateTimeStruct DateTimeUtilities::epochTimeToCalendar(
   if (ets.wholePart > kMaxEpochSeconds || ets.wholePart < -kMaxEpochSeconds) {
     kvsvThrowIException(Korvane::DateTime::BadYear());
   }
-  bpt::ptime p = epochReference(epoch) + bpt::seconds(ets.wholePart);
+  bpt::ptime p = epochReference(epoch).instant + bpt::seconds(ets.wholePart);
   double frac = ets.fractionalPart;
   switch (ts) {
     case TimeStandard::UTC:
@@ -267,17 +379,17 @@ DateTimeStruct DateTimeUtilities::epochTimeToCalendar(
 
 double DateTimeUtilities::calendarToJulianDate(const DateTimeStruct& cal,
                                                Epoch epoch, TimeStandard ts) {
-  throwIfSet(validateDateTime(cal.toArray(), ts));
+  raiseIf(dateTimeProblem(cal.toArray(), ts));
   double y = cal.year, m = cal.month;
   if (m <= 2.0) {
     y -= 1.0;
     m += 12.0;
   }
   // Proleptic Gregorian throughout: the century correction always applies.
-  const double a = std::floor(y / 100.0);
-  const double b = 2.0 - a + std::floor(0.25 * a);
-  const double jd = std::floor(365.25 * (y + 4716.0)) +
-                    std::floor(30.6001 * (m + 1.0)) + cal.day + b - 1524.5 +
+  const double a = fastFloor(y / 100.0);
+  const double b = 2.0 - a + fastFloor(0.25 * a);
+  const double jd = fastFloor(365.25 * (y + 4716.0)) +
+                    fastFloor(30.6001 * (m + 1.0)) + cal.day + b - 1524.5 +
                     ((cal.second / 60.0 + cal.minute) / 60.0 + cal.hour) / 24.0;
   switch (epoch) {
     case Epoch::EpochMJD:
@@ -294,43 +406,45 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
   double f, x;
   switch (epoch) {
     case Epoch::EpochMJD:
-      f = jd - std::floor(jd);
+      f = jd - fastFloor(jd);
       x = jd + 2400000.5 + 0.5;
       break;
     case Epoch::EpochJ2000:
-      f = (jd + 0.5) - std::floor(jd + 0.5);
+      f = (jd + 0.5) - fastFloor(jd + 0.5);
       x = jd + 2451545.0 + 0.5;
       break;
     default:
-      f = (jd + 0.5) - std::floor(jd + 0.5);
+      f = (jd + 0.5) - fastFloor(jd + 0.5);
       x = jd + 0.5;
       break;
   }
-  const double z = std::floor(x);
+  const double z = fastFloor(x);
   // alpha from x rather than z: differs only within a day of a century
   // boundary, and is kept so (see JulianDate.CenturyEdgeQuirk).
-  const double alpha = std::floor((x - 1867216.25) / 36524.25);
-  const double a = z + 1.0 + alpha - std::floor(0.25 * alpha);
+  const double alpha = fastFloor((x - 1867216.25) / 36524.25);
+  const double a = z + 1.0 + alpha - fastFloor(0.25 * alpha);
   const double b = a + 1524.0;
-  const double c = std::floor((b - 122.1) / 365.25);
-  const double d = std::floor(365.25 * c);
-  const double e = std::floor((b - d) / 30.6001);
-  const double day = std::floor(b - d + f - std::floor(30.6001 * e));
+  const double c = fastFloor((b - 122.1) / 365.25);
+  const double d = fastFloor(365.25 * c);
+  const double e = fastFloor((b - d) / 30.6001);
+  const double day = fastFloor(b - d + f - fastFloor(30.6001 * e));
   const double month = e - 1.0 > 12.0 ? e - 13.0 : e - 1.0;
   const double year = month < 3.0 ? c - 4715.0 : c - 4716.0;
 
   // Whole seconds are rebuilt from the floored second of the day; the
   // sub-second part of the day fraction survives in the second field.
   const double s = f * 86400.0;
-  const double w = std::floor(s);
-  const double r = std::fmod(w, 3600.0);
+  const double w = fastFloor(s);
+  // w is a whole number in [0, 86400) (or NaN), for which these remainders
+  // equal fmod's exactly without its cost.
+  const double r = w - 3600.0 * fastFloor(w / 3600.0);
   const CalendarValues values = {year,
                                  month,
                                  day,
-                                 std::floor(w / 3600.0),
-                                 std::floor(r / 60.0),
-                                 (s - w) + std::floor(std::fmod(r, 60.0))};
-  throwIfSet(validateDateTime(values, ts));
+                                 fastFloor(w / 3600.0),
+                                 fastFloor(r / 60.0),
+                                 (s - w) + (r - 60.0 * fastFloor(r / 60.0))};
+  raiseIf(dateTimeProblem(values, ts));
   return DateTimeStruct(values);
 }
 
@@ -338,7 +452,7 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
 // ---------------------------------------------------------
 
 int DateTimeUtilities::calendarTimeToDayOfYear(const DateTimeStruct& cal) {
-  throwIfSet(validateDate(cal.toArray()));
+  raiseIf(dateProblem(cal.toArray()));
   const std::int64_t y = truncToInt<std::int64_t>(cal.year);
   const auto m = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.month));
   const auto d = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.day));
@@ -346,7 +460,7 @@ int DateTimeUtilities::calendarTimeToDayOfYear(const DateTimeStruct& cal) {
 }
 
 int DateTimeUtilities::calendarTimeToDayOfWeek(const DateTimeStruct& cal) {
-  throwIfSet(validateDate(cal.toArray()));
+  raiseIf(dateProblem(cal.toArray()));
   const std::int64_t y = truncToInt<std::int64_t>(cal.year);
   const auto m = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.month));
   const auto d = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.day));

@@ -7,5 +7,6 @@
 #include "date_time/diagnostics/Raise.hpp"
 #include "host/diag/Diagnostic.hpp"
 #include "host/diag/MessageCatalog.hpp"
+#include "host/fxp/FXP.hpp"
 #include "host/typesys/DateTimeDefs.hpp"
 #include "host/typesys/DateTimeEnums.hpp"

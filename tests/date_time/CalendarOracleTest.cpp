@@ -135,6 +135,8 @@ TEST(CalendarOracle, ConsecutiveDaysAre86400SecondsApart) {
                                .wholePart;
     const int dayOfWeek = DateTimeUtilities::calendarTimeToDayOfWeek(cal);
     const int expectedDayOfWeek = int(date::weekday{day}.c_encoding()) + 1;
+    const sys_days epoch1958 = year{1958} / 1 / 1;
+    ASSERT_EQ(t, std::int64_t{(day - epoch1958).count()} * 86400);
     if (day != sys_days{year{1400} / 1 / 1}) {
       ASSERT_EQ(t - previous, 86400)
           << int(ymd.year()) << '-' << unsigned(ymd.month());

@@ -455,3 +455,67 @@ TEST(DayOfWeekAndYear, SecondsSinceSundayFollowTheStandard) {
 }
 
 }  // namespace
+
+// The calendar code floors through its own helper; it must agree with
+// std::floor bit for bit, signed zeros and the edges of exactness included.
+#include "date_time/FloatingPoint.hpp"
+
+namespace {
+
+TEST(FastFloor, MatchesStdFloor) {
+  const double special[] = {0.0,
+                            -0.0,
+                            0.5,
+                            -0.5,
+                            1.0,
+                            -1.0,
+                            0x1p52 - 0.5,
+                            -0x1p52 + 0.5,
+                            0x1p52,
+                            -0x1p52,
+                            0x1p63,
+                            -0x1p63,
+                            1e300,
+                            -1e300,
+                            std::numeric_limits<double>::denorm_min(),
+                            -std::numeric_limits<double>::denorm_min(),
+                            std::nextafter(1.0, 0.0),
+                            std::nextafter(-1.0, 0.0),
+                            kInf,
+                            -kInf};
+  auto same = [](double x) {
+    return std::bit_cast<std::uint64_t>(KvDateTime::detail::fastFloor(x)) ==
+           std::bit_cast<std::uint64_t>(std::floor(x));
+  };
+  for (double x : special) EXPECT_TRUE(same(x)) << x;
+  EXPECT_TRUE(std::isnan(KvDateTime::detail::fastFloor(kNaN)));
+  std::uint64_t state = 88172645463325252u;  // xorshift: any bit pattern
+  for (int i = 0; i < 200000; ++i) {
+    state ^= state << 13;
+    state ^= state >> 7;
+    state ^= state << 17;
+    const double x = std::bit_cast<double>(state);
+    if (!std::isnan(x)) {
+      ASSERT_TRUE(same(x)) << x;
+    }
+    const double near =
+        static_cast<double>(static_cast<std::int64_t>(state >> 20)) / 1024.0;
+    ASSERT_TRUE(same(near)) << near;
+    ASSERT_TRUE(same(-near)) << -near;
+  }
+}
+
+TEST(FastFloor, TruncationSaturatesToTheMinimumLikeTheProcessor) {
+  using KvDateTime::detail::truncToInt;
+  EXPECT_EQ(truncToInt<std::int32_t>(kInf), INT32_MIN);
+  EXPECT_EQ(truncToInt<std::int32_t>(kNaN), INT32_MIN);
+  EXPECT_EQ(truncToInt<std::int32_t>(2147483648.0), INT32_MIN);
+  EXPECT_EQ(truncToInt<std::int32_t>(2147483647.9), INT32_MAX);
+  EXPECT_EQ(truncToInt<std::int32_t>(-2147483648.9), INT32_MIN);
+  EXPECT_EQ(truncToInt<std::int32_t>(-7.9), -7);
+  EXPECT_EQ(truncToInt<std::int64_t>(-kInf), INT64_MIN);
+  EXPECT_EQ(truncToInt<std::int64_t>(0x1p63), INT64_MIN);
+  EXPECT_EQ(truncToInt<std::int64_t>(-0x1p62), -(std::int64_t{1} << 62));
+}
+
+}  // namespace

@@ -1,0 +1,59 @@
+// Prints, after the usual table, each "ours / peer" ratio of CPU time per
+// iteration measured in this same run, so that a run is its own comparison.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kvbench {
+
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
+        nanos_[run.benchmark_name()] =
+            run.GetAdjustedCPUTime();  // in the run's time unit, ns here
+      }
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+
+  // Prints "ours / peer = r (goal)" for each pair; missing names are skipped
+  // (a filtered run).
+  struct Pair {
+    std::string ours, peer, goal;
+  };
+  void printRatios(const std::vector<Pair>& pairs) const {
+    std::printf(
+        "\nRatios of CPU time per operation (ours / peer), this run:\n");
+    for (const Pair& p : pairs) {
+      const auto a = nanos_.find(p.ours), b = nanos_.find(p.peer);
+      if (a == nanos_.end() || b == nanos_.end()) continue;
+      std::printf("  %-44s / %-40s = %6.2f   %s\n", p.ours.c_str(),
+                  p.peer.c_str(), a->second / b->second, p.goal.c_str());
+    }
+  }
+
+ private:
+  std::map<std::string, double> nanos_;
+};
+
+// Runs the registered benchmarks with the ratio reporter, then the ratios.
+inline int runWithRatios(int argc, char** argv,
+                         const std::vector<RatioReporter::Pair>& pairs) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  reporter.printRatios(pairs);
+  benchmark::Shutdown();
+  return 0;
+}
+
+}  // namespace kvbench
