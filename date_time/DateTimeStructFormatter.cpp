@@ -161,24 +161,42 @@ int decimalLength(std::uint64_t v) noexcept {
   return n + (v >= 10) + (v >= 100) + (v >= 1000);
 }
 
+void putPair(char16_t* out, std::uint64_t v) noexcept {  // v in [0, 99]
+  out[0] = static_cast<char16_t>(kDigitPairs[v * 2]);
+  out[1] = static_cast<char16_t>(kDigitPairs[v * 2 + 1]);
+}
+
 // `v` in decimal, zero padded to `width` (no padding when width <= length).
 char16_t* putUnsigned(char16_t* out, std::uint64_t v, int width) noexcept {
+  if (v < 100 && width <= 2) {  // most fields: day, hour, minute, second
+    if (v < 10 && width < 2) {
+      *out = static_cast<char16_t>(u'0' + v);
+      return out + 1;
+    }
+    putPair(out, v);
+    return out + 2;
+  }
   const int length = decimalLength(v);
   for (int i = length; i < width; ++i) *out++ = u'0';
   char16_t* p = out + length;
   while (v >= 100) {
-    const auto pair = static_cast<std::size_t>(v % 100) * 2;
+    p -= 2;
+    putPair(p, v % 100);
     v /= 100;
-    *--p = static_cast<char16_t>(kDigitPairs[pair + 1]);
-    *--p = static_cast<char16_t>(kDigitPairs[pair]);
   }
   if (v >= 10) {
-    *--p = static_cast<char16_t>(kDigitPairs[v * 2 + 1]);
-    *--p = static_cast<char16_t>(kDigitPairs[v * 2]);
+    putPair(p - 2, v);
   } else {
-    *--p = static_cast<char16_t>(u'0' + v);
+    p[-1] = static_cast<char16_t>(u'0' + v);
   }
   return out + length;
+}
+
+// A literal run is one character repeated; most runs are a single one, for
+// which a plain loop beats a call to memmove.
+char16_t* putRepeated(char16_t* out, char16_t c, std::size_t n) noexcept {
+  for (std::size_t k = 0; k < n; ++k) *out++ = c;
+  return out;
 }
 
 // The common width rule: count 1 unpadded, otherwise min(count, 10).
@@ -216,46 +234,30 @@ char16_t* putName(char16_t* out, std::string_view name, std::int32_t count) {
 
 __extension__ typedef unsigned __int128 u128;  // GCC and Clang both have it
 
-// Exactly what printf("%.15f", f) writes for a fraction |f| < 1 (or NaN)
-// under the default rounding mode: the decimal value rounded half to even
-// at 15 places, "1.000000000000000" when it rounds up to one, the sign kept
-// on negative values and negative zero. The double is an exact binary
-// fraction m / 2^k, so m * 10^15 / 2^k with its remainder decides the
-// rounding without any floating-point error. Checked against the C library
-// by FractionDigits.MatchesPrintfOnRandomBitPatterns.
-std::size_t printFraction15(double f, char* buf) noexcept {
-  char* p = buf;
-  if (std::signbit(f)) *p++ = '-';
-  if (std::isnan(f)) {
-    *p++ = 'n', *p++ = 'a', *p++ = 'n';
-    return static_cast<std::size_t>(p - buf);
-  }
+// The first nine of the fifteen decimals that printf("%.15f", a) writes for
+// 0 <= a < 1 under the default rounding mode: the decimal value rounded half
+// to even at 15 places, all zeros when that rounds up to one. The double is
+// an exact binary fraction m / 2^k, so m * 10^15 / 2^k with its remainder
+// decides the rounding without any floating-point error. Checked against
+// the C library by FractionDigitsMatchPrintfOnRandomValues.
+std::uint64_t fractionDigits9(double a) noexcept {
   constexpr std::uint64_t kScale = 1'000'000'000'000'000;  // 10^15
-  const std::uint64_t bits = std::bit_cast<std::uint64_t>(std::fabs(f));
+  const std::uint64_t bits = std::bit_cast<std::uint64_t>(a);
   const auto biased = static_cast<int>(bits >> 52);
   std::uint64_t mantissa = bits & ((std::uint64_t{1} << 52) - 1);
   int shift = 1074;  // zero and subnormals
   if (biased != 0) {
     mantissa |= std::uint64_t{1} << 52;
-    shift = 1075 - biased;  // >= 53 because |f| < 1
+    shift = 1075 - biased;  // >= 53 because a < 1
   }
-  std::uint64_t q = 0;  // |f| * 10^15 rounded, [0, 10^15]
   // mantissa * 10^15 < 2^103: from a shift of 104 on it is below one half.
-  if (shift < 104) {
-    const u128 product = static_cast<u128>(mantissa) * kScale;
-    q = static_cast<std::uint64_t>(product >> shift);
-    const u128 rest = product & ((u128{1} << shift) - 1);
-    const u128 half = u128{1} << (shift - 1);
-    if (rest > half || (rest == half && (q & 1) != 0)) ++q;
-  }
-  *p++ = q == kScale ? '1' : '0';
-  *p++ = '.';
-  if (q == kScale) q = 0;
-  for (int i = 14; i >= 0; --i) {
-    p[i] = static_cast<char>('0' + q % 10);
-    q /= 10;
-  }
-  return static_cast<std::size_t>(p + 15 - buf);
+  if (shift >= 104) return 0;
+  const u128 product = static_cast<u128>(mantissa) * kScale;
+  std::uint64_t q = static_cast<std::uint64_t>(product >> shift);
+  const u128 rest = product & ((u128{1} << shift) - 1);
+  const u128 half = u128{1} << (shift - 1);
+  if (rest > half || (rest == half && (q & 1) != 0)) ++q;
+  return q == kScale ? 0 : q / 1'000'000;  // "1.000000000000000": zeros
 }
 
 // ------------------------------------------------------------------ fields
@@ -264,29 +266,39 @@ std::int64_t wholeYear(const DateTimeStruct& v) noexcept {
   return truncToInt<std::int64_t>(v.year);
 }
 
-const char* monthName(std::uint8_t month) {
+template <std::size_t N>
+constexpr std::array<std::string_view, N> asViews(
+    const std::array<const char*, N>& names) {
+  std::array<std::string_view, N> views{};
+  for (std::size_t i = 0; i < N; ++i) views[i] = names[i];
+  return views;
+}
+constexpr auto kMonthNames = asViews(detail::monthNames);
+constexpr auto kDayNames = asViews(detail::dayNames);
+
+std::string_view monthName(std::uint8_t month) {
   if (month < 1 || month > 12) {
     throw std::out_of_range(
         "DateTimeStructFormatter: the month reads as " + std::to_string(month) +
         " (truncated, low 8 bits), which has no name; months are 1 to 12");
   }
-  return detail::monthNames[month - 1u];
+  return kMonthNames[month - 1u];
 }
 
-const char* dayName(std::uint8_t dayOfWeek) {
+std::string_view dayName(std::uint8_t dayOfWeek) {
   if (dayOfWeek < 1 || dayOfWeek > 7) {
     throw std::out_of_range("DateTimeStructFormatter: day of week " +
                             std::to_string(dayOfWeek) +
                             " has no name; days are 1 (Sunday) to 7");
   }
-  return detail::dayNames[dayOfWeek - 1u];
+  return kDayNames[dayOfWeek - 1u];
 }
 
-const char* eraText(const DateTimeStruct& v) noexcept {
+std::string_view eraText(const DateTimeStruct& v) noexcept {
   return wholeYear(v) <= 0 ? "BCE" : "CE";
 }
 
-const char* amPmText(const DateTimeStruct& v) noexcept {
+std::string_view amPmText(const DateTimeStruct& v) noexcept {
   return narrow8(v.hour) > 11 ? "PM" : "AM";
 }
 
@@ -335,16 +347,27 @@ char16_t* put_h(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
   return putNumber(out, h == 0 ? 12u : h, count);
 }
 
+// printf's "%.15f" text of the signed fraction, from its third character
+// on, cut to min(count, 9) characters: normally the decimals; after a sign
+// (negative values, negative zero) the decimal point and the decimals; for
+// NaN the tail of "nan" or "-nan".
 char16_t* put_S(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
-  char text[24];
-  const std::size_t length = printFraction15(v.getSubSecond(), text);
-  // The digits start after "0."; they are cut, not rounded, at the count.
-  const std::size_t available = length - 2;
-  const std::size_t keep =
-      count <= 0
-          ? 0
-          : std::min<std::size_t>(std::min<std::int32_t>(count, 9), available);
-  return putNarrow(out, text + 2, keep);
+  constexpr std::uint64_t kPow10[] = {1,         10,        100,     1000,
+                                      10000,     100000,    1000000, 10000000,
+                                      100000000, 1000000000};
+  int keep = std::clamp<std::int32_t>(count, 0, 9);
+  const double fraction = v.getSubSecond();
+  if (keep == 0) return out;
+  if (std::isnan(fraction)) {
+    const std::string_view tail = std::signbit(fraction) ? "an" : "n";
+    return putNarrow(out, tail.substr(0, static_cast<std::size_t>(keep)));
+  }
+  if (std::signbit(fraction)) {
+    *out++ = u'.';
+    if (--keep == 0) return out;
+  }
+  const std::uint64_t digits9 = fractionDigits9(std::fabs(fraction));
+  return putUnsigned(out, digits9 / kPow10[9 - keep], keep);
 }
 
 // Renders one pattern-letter token; `out` has room for kMaxFieldUnits, or
@@ -415,9 +438,9 @@ char16_t* renderPattern(char16_t* out, const DateTimeStructFormatter& f,
     i += n;
     if (c == u'\'') {
       if (n % 2 == 1) quoted = !quoted;
-      out = std::fill_n(out, n / 2, u'\'');
+      out = putRepeated(out, u'\'', n / 2);
     } else if (quoted || !isPatternLetter(c)) {
-      out = std::copy_n(pattern.data() + i - n, n, out);
+      out = putRepeated(out, c, n);
     } else {
       // A run longer than 2^31 - 1 keeps the 32-bit count of the public
       // interface; any count of 10 or more renders like 10 anyway.
@@ -426,6 +449,72 @@ char16_t* renderPattern(char16_t* out, const DateTimeStructFormatter& f,
       out = putField(out, f, c, count, fractionPrinted);
     }
   }
+  return out;
+}
+
+// Throws the diagnostic of the first problem of `pattern`, if it has one.
+void raisePatternProblem(std::u16string_view pattern) {
+  const PatternScan scan = scanPattern(pattern);
+  if (scan.problem != Problem::None) {
+    kvsvDiagnostic diagnostic = diagnosticFor(scan, pattern);
+    kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
+  }
+}
+
+constexpr std::size_t kStackUnits = 256;
+
+// The common case in one pass: validates the pattern while rendering it
+// into `buffer`. Returns the end of the text, or null as soon as the next
+// token might not fit (the caller then scans first and sizes the result).
+// A problem of the pattern is raised through raisePatternProblem, whose
+// scan reports it exactly as validateFormat does; a field that fails (a
+// nameless month, an invalid date for D or e) is passed on only once the
+// rest of the pattern has proved valid, so a pattern problem always wins.
+char16_t* renderValidating(std::array<char16_t, kStackUnits>& buffer,
+                           const DateTimeStructFormatter& f,
+                           std::u16string_view pattern) {
+  char16_t* out = buffer.data();
+  const char16_t* const limit = buffer.data() + buffer.size();
+  bool quoted = false;
+  bool fractionPrinted = false;  // formatToken's contract; never read here
+  int fractionRuns = 0;
+  for (std::size_t i = 0; i < pattern.size();) {
+    const char16_t c = pattern[i];
+    const std::size_t n = runLength(pattern, i);
+    i += n;
+    if (!quoted) {
+      if (c == u'S') {
+        ++fractionRuns;
+      } else if (!isPatternLetter(c) && isAsciiLetter(c)) {
+        raisePatternProblem(pattern);
+      }
+    }
+    if (c == u'e' && n >= 6) raisePatternProblem(pattern);
+    if (static_cast<std::size_t>(limit - out) < std::max(n, kMaxFieldUnits)) {
+      return nullptr;
+    }
+    if (c == u'\'') {
+      if (n % 2 == 1) quoted = !quoted;
+      out = putRepeated(out, u'\'', n / 2);
+    } else if (quoted || !isPatternLetter(c)) {
+      out = putRepeated(out, c, n);
+    } else if (c == u't') {
+      const std::string_view name =
+          DateTimeDefs::timeStandardName(f.timeStandard);
+      if (static_cast<std::size_t>(limit - out) < name.size()) return nullptr;
+      out = putNarrow(out, name);
+    } else {
+      try {
+        // Runs this short fit the 32-bit count.
+        out =
+            putField(out, f, c, static_cast<std::int32_t>(n), fractionPrinted);
+      } catch (...) {
+        raisePatternProblem(pattern);
+        throw;
+      }
+    }
+  }
+  if (fractionRuns >= 2) raisePatternProblem(pattern);
   return out;
 }
 
@@ -449,15 +538,23 @@ bool DateTimeStructFormatter::needsTimeStandard(std::u16string pattern) {
 
 std::u16string DateTimeStructFormatter::getFormattedStr(
     std::u16string pattern) const {
+  {
+    std::array<char16_t, kStackUnits> buffer;
+    if (const char16_t* end = renderValidating(buffer, *this, pattern)) {
+      return std::u16string(buffer.data(),
+                            static_cast<std::size_t>(end - buffer.data()));
+    }
+  }
+
+  // Long output: validate first, then render straight into a result sized
+  // once by an upper bound. Literal output is at most the pattern's length,
+  // so only the fields can push the sum past the limits; the checks keep it
+  // from wrapping.
   const PatternScan scan = scanPattern(pattern);
   if (scan.problem != Problem::None) {
     kvsvDiagnostic diagnostic = diagnosticFor(scan, pattern);
     kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
   }
-
-  // An upper bound of the output, so that the result is allocated once.
-  // Literal output is at most the pattern's length, so only the fields can
-  // push the sum past the limits; the checks keep it from wrapping.
   const std::size_t nameLength =
       scan.timeStandardTokens == 0
           ? 0
@@ -474,19 +571,9 @@ std::u16string DateTimeStructFormatter::getFormattedStr(
   };
   add(scan.fieldTokens, kMaxFieldUnits);
   add(scan.timeStandardTokens, nameLength);
-
-  // Typical patterns render on the stack and are copied once into a result
-  // of exactly their size; longer ones render straight into the result.
-  constexpr std::size_t kStackUnits = 256;
-  if (bound <= kStackUnits) {
-    std::array<char16_t, kStackUnits> buffer;
-    char16_t* end = renderPattern(buffer.data(), *this, pattern);
-    result.assign(buffer.data(), end);
-  } else {
-    result.resize(bound);
-    char16_t* end = renderPattern(result.data(), *this, pattern);
-    result.resize(static_cast<std::size_t>(end - result.data()));
-  }
+  result.resize(bound);
+  const char16_t* end = renderPattern(result.data(), *this, pattern);
+  result.resize(static_cast<std::size_t>(end - result.data()));
   return result;
 }
 
