@@ -11,11 +11,14 @@
 
 #include "date_time/ConstantTables.hpp"
 #include "date_time/DateTimeUtilities.hpp"
+#include "date_time/FloatingPoint.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "host/typesys/DateTimeDefs.hpp"
 
 namespace KvDateTime {
 namespace {
+
+using detail::truncToInt;
 
 // The pattern letters. Case matters: M/m, D/d, H/h and S/s differ.
 constexpr std::u16string_view tokenAlphabet = u"tGyuMdDeahHmsS";
@@ -38,17 +41,6 @@ constexpr bool isAsciiLetter(char16_t c) noexcept {
 // Rendering never produces more than this many units for one field token
 // other than `t`: a 64-bit year with its sign is 20, padding stops at 10.
 constexpr std::size_t kMaxFieldUnits = 20;
-
-// Truncation as the processor does it: NaN and values beyond the integer
-// give its minimum. A plain cast would be undefined there, and a
-// hand-filled record may hold anything.
-template <typename Int>
-Int truncToInt(double x) noexcept {
-  constexpr double kLimit =
-      -static_cast<double>(std::numeric_limits<Int>::min());  // 2^31 or 2^63
-  if (!(x >= -kLimit && x < kLimit)) return std::numeric_limits<Int>::min();
-  return static_cast<Int>(x);
-}
 
 // Month, day, hour, minute and second keep only the low 8 bits of their
 // 32-bit truncation, deliberately (pinned by FieldNarrowing tests).
@@ -461,20 +453,41 @@ void raisePatternProblem(std::u16string_view pattern) {
   }
 }
 
-constexpr std::size_t kStackUnits = 256;
+// What one character starts, outside quotes.
+enum class CharClass : std::uint8_t { Literal, Apostrophe, Field, BadLetter };
+
+constexpr std::array<CharClass, 128> kCharClass = [] {
+  std::array<CharClass, 128> table{};  // Literal
+  for (char16_t c = u'A'; c <= u'Z'; ++c) table[c] = CharClass::BadLetter;
+  for (char16_t c = u'a'; c <= u'z'; ++c) table[c] = CharClass::BadLetter;
+  for (char16_t c : tokenAlphabet) table[c] = CharClass::Field;
+  table[u'\''] = CharClass::Apostrophe;
+  return table;
+}();
+
+constexpr CharClass classOf(char16_t c) noexcept {
+  return c < 128 ? kCharClass[c] : CharClass::Literal;
+}
+
+// Patterns up to this length render in one pass into a stack buffer sized
+// for the worst case, so the loop needs no room checks: a run renders at
+// most its own length (literals), kMaxFieldUnits (fields) or a time
+// standard's name, which is checked where it is written.
+constexpr std::size_t kOnePassUnits = 40;
+constexpr std::size_t kMaxNameUnits = 32;
+constexpr std::size_t kStackUnits =
+    kOnePassUnits * (1 + std::max(kMaxFieldUnits, kMaxNameUnits));
 
 // The common case in one pass: validates the pattern while rendering it
-// into `buffer`. Returns the end of the text, or null as soon as the next
-// token might not fit (the caller then scans first and sizes the result).
-// A problem of the pattern is raised through raisePatternProblem, whose
-// scan reports it exactly as validateFormat does; a field that fails (a
-// nameless month, an invalid date for D or e) is passed on only once the
-// rest of the pattern has proved valid, so a pattern problem always wins.
-char16_t* renderValidating(std::array<char16_t, kStackUnits>& buffer,
-                           const DateTimeStructFormatter& f,
+// into `out`, which holds kStackUnits. Returns the end of the text, or null
+// if a time standard's name is too long for the bound (the caller then
+// takes the sized path). A problem of the pattern is raised through
+// raisePatternProblem, whose scan reports it exactly as validateFormat
+// does; a field that fails (a nameless month, an invalid date for D or e)
+// is passed on only once the rest of the pattern has proved valid, so a
+// pattern problem always wins.
+char16_t* renderValidating(char16_t* out, const DateTimeStructFormatter& f,
                            std::u16string_view pattern) {
-  char16_t* out = buffer.data();
-  const char16_t* const limit = buffer.data() + buffer.size();
   bool quoted = false;
   bool fractionPrinted = false;  // formatToken's contract; never read here
   int fractionRuns = 0;
@@ -482,36 +495,32 @@ char16_t* renderValidating(std::array<char16_t, kStackUnits>& buffer,
     const char16_t c = pattern[i];
     const std::size_t n = runLength(pattern, i);
     i += n;
-    if (!quoted) {
-      if (c == u'S') {
-        ++fractionRuns;
-      } else if (!isPatternLetter(c) && isAsciiLetter(c)) {
-        raisePatternProblem(pattern);
-      }
-    }
-    if (c == u'e' && n >= 6) raisePatternProblem(pattern);
-    if (static_cast<std::size_t>(limit - out) < std::max(n, kMaxFieldUnits)) {
-      return nullptr;
-    }
-    if (c == u'\'') {
-      if (n % 2 == 1) quoted = !quoted;
+    const CharClass cls = classOf(c);
+    if (cls == CharClass::Apostrophe) {
+      quoted ^= (n & 1) != 0;
       out = putRepeated(out, u'\'', n / 2);
-    } else if (quoted || !isPatternLetter(c)) {
+      continue;
+    }
+    if (c == u'e' && n >= 6) raisePatternProblem(pattern);  // quoted or not
+    if (quoted || cls == CharClass::Literal) {
       out = putRepeated(out, c, n);
-    } else if (c == u't') {
+      continue;
+    }
+    if (cls == CharClass::BadLetter) raisePatternProblem(pattern);
+    if (c == u't') {
       const std::string_view name =
           DateTimeDefs::timeStandardName(f.timeStandard);
-      if (static_cast<std::size_t>(limit - out) < name.size()) return nullptr;
+      if (name.size() > kMaxNameUnits) return nullptr;
       out = putNarrow(out, name);
-    } else {
-      try {
-        // Runs this short fit the 32-bit count.
-        out =
-            putField(out, f, c, static_cast<std::int32_t>(n), fractionPrinted);
-      } catch (...) {
-        raisePatternProblem(pattern);
-        throw;
-      }
+      continue;
+    }
+    fractionRuns += c == u'S';
+    try {
+      // Runs this short fit the 32-bit count.
+      out = putField(out, f, c, static_cast<std::int32_t>(n), fractionPrinted);
+    } catch (...) {
+      raisePatternProblem(pattern);
+      throw;
     }
   }
   if (fractionRuns >= 2) raisePatternProblem(pattern);
@@ -538,9 +547,9 @@ bool DateTimeStructFormatter::needsTimeStandard(std::u16string pattern) {
 
 std::u16string DateTimeStructFormatter::getFormattedStr(
     std::u16string pattern) const {
-  {
+  if (pattern.size() <= kOnePassUnits) {
     std::array<char16_t, kStackUnits> buffer;
-    if (const char16_t* end = renderValidating(buffer, *this, pattern)) {
+    if (const char16_t* end = renderValidating(buffer.data(), *this, pattern)) {
       return std::u16string(buffer.data(),
                             static_cast<std::size_t>(end - buffer.data()));
     }
