@@ -2,6 +2,7 @@
 #pragma once
 
 #include "date_time/DateTimeStruct.hpp"
+#include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/DateTimeUtilities.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "date_time/diagnostics/Raise.hpp"
