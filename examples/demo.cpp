@@ -1,7 +1,6 @@
 // A tour of the calendar arithmetic: validate a few readings, place them on
 // every epoch's count in every time standard, and as Julian dates.
 #include <cstdio>
-#include <iterator>
 
 #include "date_time/KvDateTime.hpp"
 
@@ -11,9 +10,6 @@ namespace {
 
 constexpr const char* kEpochNames[] = {"1970", "1900", "1958",
                                        "JD",   "MJD",  "J2000"};
-constexpr const char* kDayNames[] = {"Sunday",    "Monday",   "Tuesday",
-                                     "Wednesday", "Thursday", "Friday",
-                                     "Saturday"};
 
 void show(const DateTimeUtilities::CalendarValues& cal, TimeStandard ts) {
   std::printf("%04.0f-%02.0f-%02.0f %02.0f:%02.0f:%06.3f %-3s  ", cal[0],
@@ -25,9 +21,10 @@ void show(const DateTimeUtilities::CalendarValues& cal, TimeStandard ts) {
     return;
   }
   const DateTimeStruct rec(cal);
-  std::printf("%s, day %d of the year\n",
-              kDayNames[DateTimeUtilities::calendarTimeToDayOfWeek(rec) - 1],
-              DateTimeUtilities::calendarTimeToDayOfYear(rec));
+  // The formatter's `e` and `D` are the day of week and day of year.
+  const std::u16string text = DateTimeStructFormatter(rec, ts).getFormattedStr(
+      u"eeee, 'day' D 'of the year' ('weekday' e)");
+  std::printf("%s\n", resource_core::toUtf8(text).c_str());
   for (int e = 0; e < 3; ++e) {
     const EpochTimeStruct t =
         DateTimeUtilities::calendarToEpochTime(rec, Epoch(e), ts);
