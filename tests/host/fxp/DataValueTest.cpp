@@ -1,0 +1,230 @@
+// Every operation against exact rational results rounded by definition, over
+// random types, values and modes; the compact form against its encoding; the
+// bad input, NaN and infinity that guard real faults; and no allocation.
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <sstream>
+
+#include "host/fxp/FXP.hpp"
+#include "tests/host/fxp/FxpOracle.hpp"
+
+// Counts global allocations while a test has switched counting on, to show
+// that no operation allocates. GCC cannot see that the replaced new and
+// delete pair up through malloc and free, hence the pragma.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+namespace {
+std::atomic<bool> gCounting{false};
+std::atomic<long> gAllocations{0};
+}  // namespace
+
+void* operator new(std::size_t n) {
+  if (gCounting) ++gAllocations;
+  if (void* p = std::malloc(n == 0 ? 1 : n)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+using namespace FXP;
+using namespace fxptest;
+
+// kind,signed,wordLength,fractionLength:numerator/denominator
+std::string describe(const DataType& t, const Rational& x) {
+  std::ostringstream s;
+  s << t.kind() << ',' << t.isSigned() << ',' << t.wordLength() << ','
+    << t.fractionLength() << ':' << x.num << '/' << x.den;
+  return s.str();
+}
+std::string describe(const DataValue& v) {
+  return describe(v.getDataType(), exactOf(v));
+}
+
+// 100,000 random cases per operation, each checked against the oracle:
+// - the result is the exact one rounded once into the result type, and the
+//   logger (installed in three cases of four) hears of an overflow once,
+//   exactly when the range is left; a zero divisor throws std::domain_error;
+// - <=> and == on the operands follow their exact values, across types;
+// - toDouble of the first operand is correctly rounded;
+// - fromDouble of a random double into the result type rounds once, and
+//   keeps a finite double bit for bit (-0.0 included);
+// - none of these calls allocates.
+// A third of the cases use one type for both operands and the result, which
+// the inline fast paths take.
+TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
+  using Method = DataValue (DataValue::*)(const DataType&, const DataValue&,
+                                          MathControl&) const;
+  constexpr Method kMethods[] = {&DataValue::add, &DataValue::minus,
+                                 &DataValue::multiplyBy, &DataValue::divideBy};
+  gAllocations = 0;
+  for (const Op op :
+       {Op::kAdd, Op::kMinus, Op::kMultiply, Op::kDivide, Op::kConvert}) {
+    Generator gen{std::mt19937_64(static_cast<int>(op))};
+    for (int i = 0, failures = 0; i < 100000 && failures < 10; ++i) {
+      const DataType ta = gen.type();
+      const bool same = gen.uniform(0, 2) == 0;
+      const DataType tb = same ? ta : gen.type(), tr = same ? ta : gen.type(20);
+      const DataValue a = gen.value(ta), b = gen.value(tb);
+      const MathMode mode = gen.mode();
+      const double d = gen.realDouble(-140, 140);
+      const Rational ea = exactOf(a), eb = exactOf(b);
+      const bool byZero = op == Op::kDivide && eb.num == 0;
+      MathControl control(mode);
+      FixptRangeMath::FixptRangeMathLogger logger;
+      control.setMathLogger(i % 4 ? &logger : nullptr);
+      gCounting = true;
+      const auto order = a <=> b;
+      const bool equal = a == b;
+      const double ad = a.toDouble();
+      const DataValue fd = DataValue::fromDouble(tr, d, mode);
+      const DataValue r =
+          byZero ? DataValue()
+          : op == Op::kConvert
+              ? a.convert(tr, control)
+              : (a.*kMethods[static_cast<int>(op)])(tr, b, control);
+      gCounting = false;
+      std::string failed;
+      if (order != (compare(ea, eb) <=> 0) || equal != (compare(ea, eb) == 0))
+        failed += " <=>";
+      if (compare(exactOfDouble(ad), roundInto(ea, {}, mode).value))
+        failed += " toDouble";
+      if (tr.isDouble() ? std::bit_cast<std::uint64_t>(fd.toDouble()) !=
+                              std::bit_cast<std::uint64_t>(d)
+                        : compare(exactOf(fd),
+                                  roundInto(exactOfDouble(d), tr, mode).value))
+        failed += " fromDouble(" + std::to_string(d) + ")=" + describe(fd);
+      if (byZero) {
+        EXPECT_THROW(a.divideBy(tr, b, control), std::domain_error);
+      } else if (const Rounded want = roundInto(apply(op, ea, eb), tr, mode);
+                 !(r.getDataType() == tr) || compare(exactOf(r), want.value) ||
+                 logger.overflowCount() != (i % 4 && want.overflow)) {
+        failed += " result " + describe(r) + " want " +
+                  describe(tr, want.value) + (want.overflow ? " overflow" : "");
+      }
+      if (!failed.empty())
+        ADD_FAILURE() << "op " << static_cast<int>(op) << " a=" << describe(a)
+                      << " b=" << describe(b) << " mode "
+                      << int{mode.roundingCode()} << int{mode.overflowCode()}
+                      << ":" << failed << " (" << ++failures << ")";
+    }
+  }
+  EXPECT_EQ(gAllocations.load(), 0);
+}
+
+// Every word length, both signednesses, fraction lengths on both sides of
+// zero: the compact form is the little-endian two's complement in the
+// smallest power of two bytes that holds the word, read and written back
+// unchanged; the type's property record round-trips through the type.
+TEST(DataValueCompact, RoundTripsEveryWordLength) {
+  Generator gen{std::mt19937_64(11)};
+  gAllocations = 0;
+  EXPECT_TRUE(DataType(DataType().getProp()) == DataType());
+  for (int i = 0; i < 128 * 2 * 40; ++i) {
+    const DataType t =
+        DataType::fixedT(i % 2, i / 2 % 128 + 1, gen.uniform(-128, 256));
+    const std::size_t n = std::bit_ceil((t.wordLength() + 7u) / 8);
+    const cpp_int s = gen.stored(t);
+    const auto bytes = bytesOf(s);
+    unsigned char out[16];
+    gCounting = true;
+    const DataValue v = DataValue::fromCompact(t, bytes.data());
+    v.toCompact(out, n);
+    gCounting = false;
+    ASSERT_TRUE(t.sizeofCompact() == n && DataType(t.getProp()) == t &&
+                storedOf(v) == s && std::memcmp(out, bytes.data(), n) == 0)
+        << describe(v);
+  }
+  EXPECT_EQ(gAllocations.load(), 0);
+}
+
+// Throws std::invalid_argument with field in its message.
+auto naming(const char* field) {
+  return testing::ThrowsMessage<std::invalid_argument>(
+      testing::HasSubstr(field));
+}
+
+// Bad fields and codes are rejected by name.
+TEST(DataValueEdge, BadTypeFieldsAndModeCodesAreRejectedByName) {
+  const std::pair<fxpDataTypeProp, const char*> props[] = {
+      {{1, 1, 32, 0, 1.0, 0.0}, "kind"},
+      {{0, 2, 32, 0, 1.0, 0.0}, "isSigned"},
+      {{0, 1, 0, 0, 1.0, 0.0}, "wordLength"},
+      {{0, 1, 129, 0, 1.0, 0.0}, "wordLength"},
+      {{0, 1, 8, 129, 1.0, 0.0}, "fixedExponent"},
+      {{0, 1, 8, -257, 1.0, 0.0}, "fixedExponent"},
+      {{0, 1, 32, 0, 2.0, 0.0}, "slope"},
+      {{0, 1, 32, 0, NAN, 0.0}, "slope"},
+      {{0, 1, 32, 0, 1.0, 0.5}, "bias"},
+      {{2, 1, 32, 0, 1.0, 0.0}, "wordLength"},
+      {{2, 0, 64, 0, 1.0, 0.0}, "isSigned"}};
+  for (const auto& c : props)
+    EXPECT_THAT([&] { DataType{c.first}; }, naming(c.second));
+  EXPECT_THAT([] { DataType::fixedT(true, 8, 257); }, naming("fractionLength"));
+  EXPECT_THAT([] { MathMode(6, 0); }, naming("roundingCode"));
+  EXPECT_THAT([] { MathMode(0, 2); }, naming("overflowCode"));
+}
+
+// Non-canonical bytes, a null pointer, or a buffer below sizeofCompact():
+// std::invalid_argument, and nothing written.
+TEST(DataValueEdge, BadCompactInputIsRejected) {
+  // Stored integers outside the word, and the bits of +infinity and a NaN.
+  const std::pair<DataType, cpp_int> cases[] = {
+      {DataType::fixedT(false, 40, 0), cpp_int(1) << 40},
+      {DataType::fixedT(true, 40, 0), cpp_int(1) << 39},
+      {DataType::fixedT(true, 40, 0), -(cpp_int(1) << 39) - 1},
+      {DataType::fixedT(false, 1, 0), 2},
+      {DataType::fixedT(true, 100, 0), cpp_int(1) << 100},
+      {DataType(), 0x7FF0000000000000},
+      {DataType(), 0x7FF0000000000001}};
+  for (const auto& [type, stored] : cases)
+    EXPECT_THROW(DataValue::fromCompact(type, bytesOf(stored).data()),
+                 std::invalid_argument)
+        << describe(type, {stored});
+  EXPECT_THROW(DataValue::fromCompact(DataType(), nullptr),
+               std::invalid_argument);
+  const DataValue v =
+      DataValue::fromDouble(DataType::fixedT(true, 65, 3), -1.5, MathMode());
+  unsigned char buf[16];
+  std::memset(buf, 0xAB, sizeof buf);
+  EXPECT_THAT([&] { v.toCompact(buf, 15); }, naming("size"));
+  EXPECT_THROW(v.toCompact(nullptr, 16), std::invalid_argument);
+  for (unsigned char b : buf) EXPECT_EQ(b, 0xAB);
+}
+
+// NaN gives zero and +-infinity the ends of the type, even in a wrapping
+// mode: what the oracle gives for zero and for values beyond every type.
+TEST(DataValueEdge, FromDoubleMapsNanToZeroAndInfinitiesToTheEnds) {
+  for (const DataType t :
+       {DataType::fixedT(true, 7, 3), DataType::fixedT(false, 128, -5),
+        DataType::fixedT(true, 128, 200), DataType()})
+    for (const double d : {NAN, INFINITY, -INFINITY}) {
+      const Rational x =
+          std::isnan(d) ? Rational{0} : times2({d > 0 ? 1 : -1}, 2000);
+      const DataValue got = DataValue::fromDouble(t, d, MathMode(3, 0));
+      EXPECT_EQ(compare(exactOf(got), roundInto(x, t, {}).value), 0)
+          << describe(got);
+    }
+}
+
+// The inline double fast path hands a sum beyond DBL_MAX to the general path,
+// which saturates under either overflow code and logs each overflow once.
+TEST(DataValueEdge, DoubleSumBeyondDblMaxSaturatesAndIsLogged) {
+  const DataValue big = DataValue::fromDouble({}, DBL_MAX, MathMode());
+  const DataValue minusBig = DataValue::fromDouble({}, -DBL_MAX, MathMode());
+  FixptRangeMath::FixptRangeMathLogger logger;
+  for (const int overflowCode : {0, 1}) {
+    MathControl mc(MathMode(MathMode::kFloor, overflowCode));
+    mc.setMathLogger(&logger);
+    EXPECT_EQ(big.add({}, big, mc).toDouble(), DBL_MAX);
+    EXPECT_EQ(minusBig.minus({}, big, mc).toDouble(), -DBL_MAX);
+  }
+  EXPECT_EQ(logger.overflowCount(), 4u);
+}
+
+}  // namespace
