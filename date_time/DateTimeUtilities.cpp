@@ -420,7 +420,7 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
   }
   const double z = fastFloor(x);
   // alpha from x rather than z: differs only within a day of a century
-  // boundary, and is kept so (see JulianDate.CenturyEdgeQuirk).
+  // boundary, and is kept so (see JulianDate.FailsThroughItsFinalValidation).
   const double alpha = fastFloor((x - 1867216.25) / 36524.25);
   const double a = z + 1.0 + alpha - fastFloor(0.25 * alpha);
   const double b = a + 1524.0;

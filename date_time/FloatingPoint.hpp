@@ -10,7 +10,8 @@ namespace KvDateTime::detail {
 // floor() without the library call that baseline x86-64 code makes for it:
 // exact for every double. Magnitudes from 2^52 up (and NaN, the infinities)
 // are already whole; below that, truncation through int64 is exact, and
-// copysign keeps floor(-0.0) == -0.0. Pinned by FastFloor.MatchesStdFloor.
+// copysign keeps floor(-0.0) == -0.0. Pinned by
+// NumericHelpers.FloorMatchesStdFloorAndTruncationSaturates.
 inline double fastFloor(double x) noexcept {
   if (!(std::abs(x) < 0x1p52)) return x;
   const double t = static_cast<double>(static_cast<std::int64_t>(x));
