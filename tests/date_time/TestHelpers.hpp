@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "date_time/DateTimeStruct.hpp"
 #include "host/diag/Diagnostic.hpp"
 
 namespace kvtest {
@@ -29,6 +30,14 @@ std::string thrownId(F&& f) {
     return full.substr(std::string(kPrefix).size());
   }
   return "";
+}
+
+// A record filled field by field, as a host may do: nothing is validated.
+inline KvDateTime::DateTimeStruct handFilled(double y, double mo, double d,
+                                             double h, double mi, double s) {
+  KvDateTime::DateTimeStruct v;
+  v.year = y, v.month = mo, v.day = d, v.hour = h, v.minute = mi, v.second = s;
+  return v;
 }
 
 }  // namespace kvtest
