@@ -43,7 +43,8 @@ constexpr bool isAsciiLetter(char16_t c) noexcept {
 constexpr std::size_t kMaxFieldUnits = 20;
 
 // Month, day, hour, minute and second keep only the low 8 bits of their
-// 32-bit truncation, deliberately (pinned by FieldNarrowing tests).
+// 32-bit truncation, deliberately (pinned by
+// PatternRendering.QuotingErasClocksFractionsAndNarrowing).
 std::uint8_t narrow8(double field) noexcept {
   return static_cast<std::uint8_t>(truncToInt<std::int32_t>(field));
 }
@@ -231,7 +232,7 @@ __extension__ typedef unsigned __int128 u128;  // GCC and Clang both have it
 // to even at 15 places, all zeros when that rounds up to one. The double is
 // an exact binary fraction m / 2^k, so m * 10^15 / 2^k with its remainder
 // decides the rounding without any floating-point error. Checked against
-// the C library by FractionDigitsMatchPrintfOnRandomValues.
+// the C library by PatternRendering.FractionDigitsMatchPrintf.
 std::uint64_t fractionDigits9(double a) noexcept {
   constexpr std::uint64_t kScale = 1'000'000'000'000'000;  // 10^15
   const std::uint64_t bits = std::bit_cast<std::uint64_t>(a);

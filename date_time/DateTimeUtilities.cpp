@@ -32,7 +32,7 @@ constexpr double kTaiModelStartTolerance =
 // converters admit every intermediate is positive, so unsigned arithmetic
 // gives the same quotients more cheaply. Checked against an independent day
 // count for every day of that range in
-// CalendarOracle.ConsecutiveDaysAre86400SecondsApart.
+// CalendarOracle.EveryDayIs86400SecondsAndOneWeekdayOn.
 constexpr std::int64_t gregorianDayNumber(std::uint32_t year,
                                           std::uint32_t month,
                                           std::uint32_t day) noexcept {
