@@ -185,9 +185,13 @@ char16_t* putUnsigned(char16_t* out, std::uint64_t v, int width) noexcept {
   return out + length;
 }
 
-// A literal run is one character repeated; most runs are a single one, for
-// which a plain loop beats a call to memmove.
+// A literal run is one character repeated, and most runs are a single
+// one: a plain store beats the vectorised fill the compiler makes of a loop.
 char16_t* putRepeated(char16_t* out, char16_t c, std::size_t n) noexcept {
+  if (n == 1) {
+    *out = c;
+    return out + 1;
+  }
   for (std::size_t k = 0; k < n; ++k) *out++ = c;
   return out;
 }
@@ -214,13 +218,32 @@ char16_t* putNarrow(char16_t* out, std::string_view text) noexcept {
   return putNarrow(out, text.data(), text.size());
 }
 
+// A month or day name, widened once at load and padded so that it can be
+// copied in one fixed-size move whatever its length: names differ in length
+// from one reading to the next, and a loop over them mispredicts.
+struct WideName {
+  std::array<char16_t, 12> units;  // the longest name has 9 letters
+  std::size_t length;
+};
+
+template <std::size_t N>
+constexpr std::array<WideName, N> widenNames(
+    const std::array<const char*, N>& names) {
+  std::array<WideName, N> wide{};
+  for (std::size_t i = 0; i < N; ++i) {
+    std::size_t n = 0;
+    for (; names[i][n] != '\0'; ++n) wide[i].units[n] = names[i][n];
+    wide[i].length = n;
+  }
+  return wide;
+}
+
 // Count 3: the first three letters, 4: the whole name, 5: the first letter.
-// Every name in the tables has at least three letters.
-char16_t* putName(char16_t* out, std::string_view name, std::int32_t count) {
-  return putNarrow(out, name.data(),
-                   count == 3   ? 3
-                   : count == 4 ? name.size()
-                                : 1);
+// Every name in the tables has at least three letters; `out` has room for a
+// whole padded name (kMaxFieldUnits).
+char16_t* putName(char16_t* out, const WideName& name, std::int32_t count) {
+  std::copy_n(name.units.data(), name.units.size(), out);
+  return out + (count == 3 ? 3 : count == 4 ? name.length : 1);
 }
 
 // ---------------------------------------------------------------- fraction
@@ -259,17 +282,11 @@ std::int64_t wholeYear(const DateTimeStruct& v) noexcept {
   return truncToInt<std::int64_t>(v.year);
 }
 
-template <std::size_t N>
-constexpr std::array<std::string_view, N> asViews(
-    const std::array<const char*, N>& names) {
-  std::array<std::string_view, N> views{};
-  for (std::size_t i = 0; i < N; ++i) views[i] = names[i];
-  return views;
-}
-constexpr auto kMonthNames = asViews(detail::monthNames);
-constexpr auto kDayNames = asViews(detail::dayNames);
+constexpr auto kMonthNames = widenNames(detail::monthNames);
+constexpr auto kDayNames = widenNames(detail::dayNames);
+static_assert(std::tuple_size_v<decltype(WideName::units)> <= kMaxFieldUnits);
 
-std::string_view monthName(std::uint8_t month) {
+const WideName& monthName(std::uint8_t month) {
   if (month < 1 || month > 12) {
     throw std::out_of_range(
         "DateTimeStructFormatter: the month reads as " + std::to_string(month) +
@@ -278,7 +295,7 @@ std::string_view monthName(std::uint8_t month) {
   return kMonthNames[month - 1u];
 }
 
-std::string_view dayName(std::uint8_t dayOfWeek) {
+const WideName& dayName(std::uint8_t dayOfWeek) {
   if (dayOfWeek < 1 || dayOfWeek > 7) {
     throw std::out_of_range("DateTimeStructFormatter: day of week " +
                             std::to_string(dayOfWeek) +
@@ -316,7 +333,7 @@ char16_t* put_u(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
 
 char16_t* put_M(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
   const std::uint8_t month = narrow8(v.month);
-  const std::string_view name = monthName(month);
+  const WideName& name = monthName(month);
   if (count >= 3 && count <= 5) return putName(out, name, count);
   return putNumber(out, month, count);  // six or more: numbers again
 }
@@ -324,7 +341,7 @@ char16_t* put_M(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
 char16_t* put_e(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
   const auto dayOfWeek =
       static_cast<std::uint8_t>(DateTimeUtilities::calendarTimeToDayOfWeek(v));
-  const std::string_view name = dayName(dayOfWeek);
+  const WideName& name = dayName(dayOfWeek);
   if (count == 1 || count == 2) return putNumber(out, dayOfWeek, count);
   return putName(out, name, count >= 3 && count <= 5 ? count : 5);
 }
