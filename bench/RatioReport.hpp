@@ -1,4 +1,6 @@
-// Prints, after the usual table, each "ours / peer" ratio of CPU time per
+// Shared by the benchmark programs: the loop over a fixed input table, and
+// a reporter that prints, after the usual table, each "ours / peer" ratio of
+// CPU time per
 // iteration measured in this same run, so that a run is its own comparison.
 #pragma once
 
@@ -43,6 +45,19 @@ class RatioReporter : public benchmark::ConsoleReporter {
  private:
   std::map<std::string, double> nanos_;
 };
+
+// One operation per iteration on element i & (N - 1) of a fixed input table
+// (N a power of two), its result kept alive: the loop every program shares.
+template <std::size_t N, typename Inputs, typename F>
+void loopOver(benchmark::State& state, const Inputs& in, F&& f) {
+  static_assert((N & (N - 1)) == 0, "the table size must be a power of two");
+  std::size_t i = 0;
+  for (auto _ : state) {
+    auto result = f(in, i & (N - 1));
+    benchmark::DoNotOptimize(result);
+    ++i;
+  }
+}
 
 // Runs the registered benchmarks with the ratio reporter, then the ratios.
 inline int runWithRatios(int argc, char** argv,

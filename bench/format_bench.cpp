@@ -93,13 +93,7 @@ const Inputs& inputs() {
 
 template <typename F>
 void loop(benchmark::State& state, F&& f) {
-  const Inputs& in = inputs();
-  std::size_t i = 0;
-  for (auto _ : state) {
-    auto result = f(in, i & (kInputs - 1));
-    benchmark::DoNotOptimize(result);
-    ++i;
-  }
+  kvbench::loopOver<kInputs>(state, inputs(), f);
 }
 
 // --- ICU
