@@ -1,7 +1,7 @@
-// Shared by the benchmark programs: the loop over a fixed input table, and
-// a reporter that prints, after the usual table, each "ours / peer" ratio of
-// CPU time per
-// iteration measured in this same run, so that a run is its own comparison.
+// Shared by the benchmark programs: the loop over a fixed input table, and a
+// reporter that prints, after the usual table, each "ours / peer" ratio of
+// CPU time per iteration measured in this same run, so that a run is its own
+// comparison.
 #pragma once
 
 #include <benchmark/benchmark.h>
