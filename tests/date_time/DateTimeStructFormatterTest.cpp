@@ -22,18 +22,7 @@
 #include "TestHelpers.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "host/diag/MessageCatalog.hpp"
-
-// Every allocation of the test binary is counted, so that a test can prove
-// that rendering allocates nothing beyond the string it returns. Out of
-// line, so that the compiler does not pair new with free() and warn.
-static std::atomic<long> gAllocations{0};
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  gAllocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { operator delete(p); }
+#include "tests/CountingAllocator.hpp"
 
 namespace {
 
@@ -339,9 +328,9 @@ TEST(FormattingAllocation, OnlyTheResultIsAllocated) {
        {std::u16string(u"HH:mm"), std::u16string(u"yyyy-MM-dd HH:mm:ss.SSS"),
         std::u16string(u"eeee, d MMMM yyyy 'at' h:mm a t"), longPattern}) {
     std::u16string argument = pattern;  // the caller's copy, made before
-    const long before = gAllocations.load();
+    const long before = kvtest::allocations.load();
     const std::u16string out = f.getFormattedStr(std::move(argument));
-    EXPECT_EQ(gAllocations.load() - before,
+    EXPECT_EQ(kvtest::allocations.load() - before,
               out.size() > std::u16string().capacity() ? 1 : 0);
   }
 }

@@ -1,25 +1,9 @@
 // The calendar paths run once per simulation step: their success paths and
-// the validators' "valid" answers must not touch the heap. A replaced global
-// operator new counts every allocation made in this test binary.
+// the validators' "valid" answers must not touch the heap.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
 #include "date_time/DateTimeUtilities.hpp"
-
-namespace {
-std::atomic<long> gAllocations{0};
-}
-
-void* operator new(std::size_t size) {
-  gAllocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(size ? size : 1)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+#include "tests/CountingAllocator.hpp"
 
 namespace {
 
@@ -29,7 +13,7 @@ TEST(NoHeap, CalendarSuccessPathsAllocateNothing) {
   const DateTimeStruct leap({2016, 12, 31, 23, 59, 60.25}),
       plain({2024, 3, 5, 7, 8, 9.25});
   double sink = 0;
-  const long before = gAllocations.load();
+  const long before = kvtest::allocations.load();
   for (int e = 0; e < 6; ++e) {
     for (TimeStandard ts :
          {TimeStandard::UTC, TimeStandard::TAI, TimeStandard::TT}) {
@@ -54,11 +38,11 @@ TEST(NoHeap, CalendarSuccessPathsAllocateNothing) {
               .wholePart;
   sink += DateTimeUtilities::calendarTimeToDayOfWeek(leap) +
           DateTimeUtilities::calendarTimeToDayOfYear(leap);
-  EXPECT_EQ(gAllocations.load() - before, 0);
+  EXPECT_EQ(kvtest::allocations.load() - before, 0);
   EXPECT_GT(sink, 0);
   // And the counter does count: a failing validator allocates its diagnostic.
   EXPECT_NE(DateTimeUtilities::validateDate({2023, 2, 29, 0, 0, 0}), nullptr);
-  EXPECT_GT(gAllocations.load() - before, 0);
+  EXPECT_GT(kvtest::allocations.load() - before, 0);
 }
 
 }  // namespace

@@ -4,31 +4,12 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <sstream>
 
 #include "host/fxp/FXP.hpp"
+#include "tests/CountingAllocator.hpp"
 #include "tests/host/fxp/FxpOracle.hpp"
-
-// Counts global allocations while a test has switched counting on, to show
-// that no operation allocates. GCC cannot see that the replaced new and
-// delete pair up through malloc and free, hence the pragma.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-namespace {
-std::atomic<bool> gCounting{false};
-std::atomic<long> gAllocations{0};
-}  // namespace
-
-void* operator new(std::size_t n) {
-  if (gCounting) ++gAllocations;
-  if (void* p = std::malloc(n == 0 ? 1 : n)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -62,7 +43,8 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
                                           MathControl&) const;
   constexpr Method kMethods[] = {&DataValue::add, &DataValue::minus,
                                  &DataValue::multiplyBy, &DataValue::divideBy};
-  gAllocations = 0;
+  kvtest::allocations = 0;
+  kvtest::countingAllocations = false;  // on only around the calls
   for (const Op op :
        {Op::kAdd, Op::kMinus, Op::kMultiply, Op::kDivide, Op::kConvert}) {
     Generator gen{std::mt19937_64(static_cast<int>(op))};
@@ -78,7 +60,7 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
       MathControl control(mode);
       FixptRangeMath::FixptRangeMathLogger logger;
       control.setMathLogger(i % 4 ? &logger : nullptr);
-      gCounting = true;
+      kvtest::countingAllocations = true;
       const auto order = a <=> b;
       const bool equal = a == b;
       const double ad = a.toDouble();
@@ -88,7 +70,7 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
           : op == Op::kConvert
               ? a.convert(tr, control)
               : (a.*kMethods[static_cast<int>(op)])(tr, b, control);
-      gCounting = false;
+      kvtest::countingAllocations = false;
       std::string failed;
       if (order != (compare(ea, eb) <=> 0) || equal != (compare(ea, eb) == 0))
         failed += " <=>";
@@ -114,7 +96,7 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
                       << ":" << failed << " (" << ++failures << ")";
     }
   }
-  EXPECT_EQ(gAllocations.load(), 0);
+  EXPECT_EQ(kvtest::allocations.load(), 0);
 }
 
 // Every word length, both signednesses, fraction lengths on both sides of
@@ -123,7 +105,8 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
 // unchanged; the type's property record round-trips through the type.
 TEST(DataValueCompact, RoundTripsEveryWordLength) {
   Generator gen{std::mt19937_64(11)};
-  gAllocations = 0;
+  kvtest::allocations = 0;
+  kvtest::countingAllocations = false;  // on only around the calls
   EXPECT_TRUE(DataType(DataType().getProp()) == DataType());
   for (int i = 0; i < 128 * 2 * 40; ++i) {
     const DataType t =
@@ -132,15 +115,15 @@ TEST(DataValueCompact, RoundTripsEveryWordLength) {
     const cpp_int s = gen.stored(t);
     const auto bytes = bytesOf(s);
     unsigned char out[16];
-    gCounting = true;
+    kvtest::countingAllocations = true;
     const DataValue v = DataValue::fromCompact(t, bytes.data());
     v.toCompact(out, n);
-    gCounting = false;
+    kvtest::countingAllocations = false;
     ASSERT_TRUE(t.sizeofCompact() == n && DataType(t.getProp()) == t &&
                 storedOf(v) == s && std::memcmp(out, bytes.data(), n) == 0)
         << describe(v);
   }
-  EXPECT_EQ(gAllocations.load(), 0);
+  EXPECT_EQ(kvtest::allocations.load(), 0);
 }
 
 // Throws std::invalid_argument with field in its message.
