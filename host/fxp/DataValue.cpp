@@ -11,7 +11,7 @@
 
 namespace FXP {
 
-namespace {
+namespace detail {
 
 // Exact intermediate results are sign + magnitude * 2^exp, the magnitude in
 // 32-bit limbs on the stack. The widest magnitude is a quotient numerator: a
@@ -32,6 +32,15 @@ struct Exact {
   int exp = 0;
   Nat mag;
 };
+
+}  // namespace detail
+
+namespace {
+
+using detail::Exact;
+using detail::kBits;
+using detail::kLimbs;
+using detail::Nat;
 
 void trim(Nat& a) {
   while (a.n > 0 && a.w[a.n - 1] == 0) --a.n;
@@ -463,6 +472,23 @@ double DataValue::toDoubleWide() const noexcept {
   return neg ? -r : r;
 }
 
+// The one rounding of an exact result into its type, with the overflow
+// report every operation owes the control's logger.
+DataValue DataValue::roundInto(const Exact& exact, const DataType& resultType,
+                               MathControl& control) {
+  bool overflow = false;
+  const DataValue result =
+      resultType.isDouble()
+          ? ofDouble(roundToDouble(exact, overflow))
+          : ofInt128(resultType,
+                     static_cast<Int128>(roundToFixed(
+                         exact, resultType, control.getMathMode(), overflow)));
+  if (overflow && control.getMathLogger() != nullptr) {
+    control.getMathLogger()->logOverflow();
+  }
+  return result;
+}
+
 DataValue DataValue::arithmetic(Op op, const DataType& resultType,
                                 const DataValue& other,
                                 MathControl& control) const {
@@ -473,8 +499,6 @@ DataValue DataValue::arithmetic(Op op, const DataType& resultType,
       throw std::domain_error(
           "FXP::DataValue::divideBy: division by zero (divisor 'other' is 0)");
   }
-  bool overflow = false;
-  DataValue result;
   if (type_.isDouble() && other.type_.isDouble() && resultType.isDouble() &&
       (op == Op::kMultiply || op == Op::kDivide)) {
     // IEEE multiplication and division already round the exact result once,
@@ -501,32 +525,13 @@ DataValue DataValue::arithmetic(Op op, const DataType& resultType,
       r = divideExact(a, b, resultType);
       break;
   }
-  if (resultType.isDouble())
-    result = ofDouble(roundToDouble(r, overflow));
-  else
-    result = ofInt128(resultType,
-                      static_cast<Int128>(roundToFixed(
-                          r, resultType, control.getMathMode(), overflow)));
-  if (overflow && control.getMathLogger() != nullptr)
-    control.getMathLogger()->logOverflow();
-  return result;
+  return roundInto(r, resultType, control);
 }
 
 DataValue DataValue::convert(const DataType& resultType,
                              MathControl& control) const {
   if (type_ == resultType) return *this;
-  const Exact a = exactOf(type_, lo_, hi_);
-  bool overflow = false;
-  DataValue result;
-  if (resultType.isDouble())
-    result = ofDouble(roundToDouble(a, overflow));
-  else
-    result = ofInt128(resultType,
-                      static_cast<Int128>(roundToFixed(
-                          a, resultType, control.getMathMode(), overflow)));
-  if (overflow && control.getMathLogger() != nullptr)
-    control.getMathLogger()->logOverflow();
-  return result;
+  return roundInto(exactOf(type_, lo_, hi_), resultType, control);
 }
 
 std::weak_ordering DataValue::compareSlow(const DataValue& a,

@@ -40,6 +40,10 @@ __extension__ typedef unsigned __int128 UInt128;
 // The inline fast paths (same-type add/minus, double conversions) rely on the
 // default floating-point environment (round to nearest); the rest of the
 // arithmetic is integer-only and sits out of line.
+namespace detail {
+struct Exact;  // an exact intermediate result, defined with the arithmetic
+}  // namespace detail
+
 class DataValue {
  public:
   // +0.0 in the double type.
@@ -108,7 +112,15 @@ class DataValue {
     return static_cast<Int128>((static_cast<UInt128>(hi_) << 64) | lo_);
   }
 
+  // The inline fast path of add and minus: both operands and the result of
+  // one type, and the exact sum representable in it. False sends the caller
+  // to the general path (which then rounds, saturates or wraps, and logs).
+  bool sameTypeSum(bool subtract, const DataType& resultType,
+                   const DataValue& other, DataValue& out) const noexcept;
+
   // Out-of-line general paths: exact wide arithmetic, overflow handling.
+  static DataValue roundInto(const detail::Exact& exact,
+                             const DataType& resultType, MathControl& control);
   static DataValue fromDoubleSlow(const DataType& type, double value,
                                   MathMode mode);
   double toDoubleWide() const noexcept;
@@ -218,77 +230,66 @@ inline double DataValue::toDouble() const noexcept {
 // Same-type sums and differences are exact before the range check, so the
 // rounding code never matters here; anything else, or an overflow, takes the
 // general path.
+inline bool DataValue::sameTypeSum(bool subtract, const DataType& resultType,
+                                   const DataValue& other,
+                                   DataValue& out) const noexcept {
+  if (!(type_ == resultType && other.type_ == resultType)) return false;
+  const int w = resultType.wordLength();
+  if (resultType.isDouble()) {
+    const double s = subtract ? asDouble() - other.asDouble()
+                              : asDouble() + other.asDouble();
+    if (!(s - s == 0)) return false;  // beyond DBL_MAX: saturate and log
+    out = ofDouble(s);
+    return true;
+  }
+  // Each builtin reports the overflow of its own width; fits* then checks
+  // the word length, which may be narrower.
+  const auto sum = [subtract](auto a, auto b, auto& r) {
+    return subtract ? __builtin_sub_overflow(a, b, &r)
+                    : __builtin_add_overflow(a, b, &r);
+  };
+  if (w <= 64) {
+    if (resultType.isSigned()) {
+      std::int64_t r;
+      if (sum(static_cast<std::int64_t>(lo_),
+              static_cast<std::int64_t>(other.lo_), r) ||
+          !detail::fitsSigned(r, w))
+        return false;
+      out = ofSigned64(resultType, r);
+    } else {
+      std::uint64_t r;
+      if (sum(lo_, other.lo_, r) || !detail::fitsUnsigned(r, w)) return false;
+      out = DataValue(resultType, r, 0);
+    }
+  } else if (resultType.isSigned()) {
+    Int128 r;
+    if (sum(asInt128(), other.asInt128(), r) || !detail::fitsSigned128(r, w))
+      return false;
+    out = ofInt128(resultType, r);
+  } else {
+    UInt128 r;
+    if (sum(static_cast<UInt128>(asInt128()),
+            static_cast<UInt128>(other.asInt128()), r) ||
+        !detail::fitsUnsigned128(r, w))
+      return false;
+    out = ofInt128(resultType, static_cast<Int128>(r));
+  }
+  return true;
+}
+
 inline DataValue DataValue::add(const DataType& resultType,
                                 const DataValue& other,
                                 MathControl& control) const {
-  if (type_ == resultType && other.type_ == resultType) {
-    const int w = resultType.wordLength();
-    if (resultType.isDouble()) {
-      const double s = asDouble() + other.asDouble();
-      if (s - s == 0) return ofDouble(s);
-    } else if (w <= 64) {
-      if (resultType.isSigned()) {
-        std::int64_t s;
-        if (!__builtin_add_overflow(static_cast<std::int64_t>(lo_),
-                                    static_cast<std::int64_t>(other.lo_), &s) &&
-            detail::fitsSigned(s, w))
-          return ofSigned64(resultType, s);
-      } else {
-        std::uint64_t s;
-        if (!__builtin_add_overflow(lo_, other.lo_, &s) &&
-            detail::fitsUnsigned(s, w))
-          return DataValue(resultType, s, 0);
-      }
-    } else if (resultType.isSigned()) {
-      Int128 s;
-      if (!__builtin_add_overflow(asInt128(), other.asInt128(), &s) &&
-          detail::fitsSigned128(s, w))
-        return ofInt128(resultType, s);
-    } else {
-      UInt128 s;
-      if (!__builtin_add_overflow(static_cast<UInt128>(asInt128()),
-                                  static_cast<UInt128>(other.asInt128()), &s) &&
-          detail::fitsUnsigned128(s, w))
-        return ofInt128(resultType, static_cast<Int128>(s));
-    }
-  }
+  DataValue r;
+  if (sameTypeSum(false, resultType, other, r)) return r;
   return arithmetic(Op::kAdd, resultType, other, control);
 }
 
 inline DataValue DataValue::minus(const DataType& resultType,
                                   const DataValue& other,
                                   MathControl& control) const {
-  if (type_ == resultType && other.type_ == resultType) {
-    const int w = resultType.wordLength();
-    if (resultType.isDouble()) {
-      const double s = asDouble() - other.asDouble();
-      if (s - s == 0) return ofDouble(s);
-    } else if (w <= 64) {
-      if (resultType.isSigned()) {
-        std::int64_t s;
-        if (!__builtin_sub_overflow(static_cast<std::int64_t>(lo_),
-                                    static_cast<std::int64_t>(other.lo_), &s) &&
-            detail::fitsSigned(s, w))
-          return ofSigned64(resultType, s);
-      } else {
-        std::uint64_t s;
-        if (!__builtin_sub_overflow(lo_, other.lo_, &s) &&
-            detail::fitsUnsigned(s, w))
-          return DataValue(resultType, s, 0);
-      }
-    } else if (resultType.isSigned()) {
-      Int128 s;
-      if (!__builtin_sub_overflow(asInt128(), other.asInt128(), &s) &&
-          detail::fitsSigned128(s, w))
-        return ofInt128(resultType, s);
-    } else {
-      UInt128 s;
-      if (!__builtin_sub_overflow(static_cast<UInt128>(asInt128()),
-                                  static_cast<UInt128>(other.asInt128()), &s) &&
-          detail::fitsUnsigned128(s, w))
-        return ofInt128(resultType, static_cast<Int128>(s));
-    }
-  }
+  DataValue r;
+  if (sameTypeSum(true, resultType, other, r)) return r;
   return arithmetic(Op::kMinus, resultType, other, control);
 }
 
