@@ -1,0 +1,88 @@
+// The library's time point: one storage value counted from an epoch, in a
+// time standard, held in the storage type the host chose (double or a fixed
+// point type of up to 128 bits), with the flag that marks a UTC leap second.
+#pragma once
+
+#include <cstddef>
+
+#include "date_time/DateTimeStruct.hpp"
+#include "date_time/Export.hpp"
+#include "host/fxp/DataType.hpp"
+#include "host/fxp/DataValue.hpp"
+#include "host/fxp/MathControl.hpp"
+#include "host/typesys/DateTimeEnums.hpp"
+
+namespace KvDateTime {
+
+// A storage value and its leap-second flag. A UTC count does not advance
+// during an inserted second, so 23:59:60.x and the next 00:00:00.x share a
+// value; the flag tells them apart. With the flag set, `value` holds the
+// instant one second earlier (23:59:59.x).
+struct KVDT_EXPORT DvLs {
+  FXP::DataValue value;
+  bool isLeapSecond = false;
+};
+
+// Seconds for the epochs 1970, 1900 and 1958; days for JD, MJD and J2000.
+// The flag may be set only in UTC, and only on the last second of 30 June
+// or 31 December; every other standard keeps it false.
+class KVDT_EXPORT DateTime : public DvLs {
+ public:
+  Epoch epoch;
+  TimeStandard timeStandard;
+
+  DateTime(const DvLs& valueAndFlag, Epoch epoch, TimeStandard ts) noexcept;
+  // Value 0 in `type`, flag clear.
+  DateTime(Epoch epoch, TimeStandard ts, const FXP::DataType& type);
+  // See convertDateTimeStructToDV.
+  DateTime(const DateTimeStruct& cal, Epoch epoch, TimeStandard ts,
+           const FXP::DataType& type);
+
+  // A UTC second of 60 or more is stored as that second less one, flag set.
+  // Second epochs go through calendarToEpochTime and add the whole seconds
+  // and the fraction in the storage type, so whole seconds stay exact; day
+  // epochs go through calendarToJulianDate and are rounded to nearest.
+  // Throws what those throw (the reading's validation diagnostic).
+  static DvLs convertDateTimeStructToDV(const DateTimeStruct& cal, Epoch epoch,
+                                        TimeStandard ts,
+                                        const FXP::DataType& type);
+  // The inverse. A set flag outside UTC throws
+  // "Korvane:DateTime:BadLeapSecondBoolTimeStandard"; a set flag on a UTC
+  // reading that is not 23:59:59.x of 30 June or 31 December throws
+  // "Korvane:DateTime:BadLeapSecondBoolTimestamp".
+  static DateTimeStruct convertDVToDateTimeStruct(const DvLs& valueAndFlag,
+                                                  Epoch epoch,
+                                                  TimeStandard ts);
+  DateTimeStruct toDateTimeStruct() const;
+
+  // The compact form is the storage value's compact bytes, exactly
+  // value.getDataType().sizeofCompact() of them; epoch, standard, type and
+  // flag are not in it. fromCompact keeps epoch, standard and type, and on
+  // bytes that are not canonical for the type throws std::invalid_argument
+  // and leaves the object unchanged.
+  void fromCompact(const void* bytes, const bool& isLeapSecond);
+  // Returns the leap-second flag.
+  bool toCompact(void* buffer) const;
+
+  // Whether the whole seconds of the reading fit the integer bits of
+  // `type` (always true for double). The fraction is not looked at.
+  static bool isValueInRangeOfType(const DateTimeStruct& cal, Epoch epoch,
+                                   TimeStandard ts, FXP::DataType type);
+
+  // Moves the value by `seconds` (days/86400 for day epochs) in its own
+  // storage type under `control`. A negative shift is converted as a
+  // magnitude and subtracted, so unsigned storage can move backwards.
+  // Flag, epoch and standard are unchanged.
+  void add(double seconds, FXP::MathControl& control);
+  // add, reporting whether the result overflowed the storage type. Installs
+  // a logger local to the call on `control` and leaves it there: do not use
+  // the control's logger afterwards.
+  bool addWithOverflowCheck(double seconds, FXP::MathControl& control);
+  void subtract(double seconds, FXP::MathControl& control);
+  // a - b in a's storage type and a's unit (seconds or days), as a double.
+  // Epochs, standards and flags are not compared.
+  static double subtract(const DateTime& a, const DateTime& b,
+                         FXP::MathControl& control);
+};
+
+}  // namespace KvDateTime
