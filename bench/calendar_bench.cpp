@@ -162,11 +162,14 @@ void BM_EpochToCal_Hinnant(benchmark::State& state) {
     const date::sys_days d = date::floor<date::days>(t);
     const date::year_month_day ymd{d};
     const date::hh_mm_ss<seconds> tod{t - d};
-    return DateTimeStruct(
-        {double(int(ymd.year())), double(unsigned(ymd.month())),
-         double(unsigned(ymd.day())), double(tod.hours().count()),
-         double(tod.minutes().count()),
-         tod.seconds().count() + in.taiSeconds[i].fractionalPart});
+    // A plain record: the peer is not charged for our validating one.
+    return std::array<double, 6>{
+        double(int(ymd.year())),
+        double(unsigned(ymd.month())),
+        double(unsigned(ymd.day())),
+        double(tod.hours().count()),
+        double(tod.minutes().count()),
+        tod.seconds().count() + in.taiSeconds[i].fractionalPart};
   });
 }
 std::array<int, 4> erfaD2dtf(const char* scale, const EpochTimeStruct& t) {
@@ -305,7 +308,7 @@ int main(int argc, char** argv) {
   return kvbench::runWithRatios(
       argc, argv,
       {{"BM_Validate_KvDateTime", "BM_Validate_Hinnant", ""},
-       {"BM_CalToEpoch_KvDateTime_TAI", "BM_CalToEpoch_Hinnant", "goal <= 3"},
+       {"BM_CalToEpoch_KvDateTime_TAI", "BM_CalToEpoch_Hinnant", "goal <= 2"},
        {"BM_CalToEpoch_KvDateTime_TAI", "BM_CalToEpoch_ERFA_Dtf2d_TAI",
         "goal <= 1"},
        {"BM_CalToEpoch_KvDateTime_UTC", "BM_CalToEpoch_ERFA_Dtf2d_UTC",
@@ -314,7 +317,7 @@ int main(int argc, char** argv) {
         "goal <= 1"},
        {"BM_EpochToCal_KvDateTime_UTC", "BM_EpochToCal_ERFA_D2dtf_UTC",
         "goal <= 1"},
-       {"BM_EpochToCal_KvDateTime_TAI", "BM_EpochToCal_Hinnant", ""},
+       {"BM_EpochToCal_KvDateTime_TAI", "BM_EpochToCal_Hinnant", "goal <= 2"},
        {"BM_CalToJD_KvDateTime", "BM_CalToJD_ERFA_Cal2jd", ""},
        {"BM_JDToCal_KvDateTime", "BM_JDToCal_ERFA_Jd2cal", ""},
        {"BM_DayOfWeek_KvDateTime", "BM_DayOfWeek_Hinnant", ""}});

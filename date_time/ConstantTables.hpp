@@ -82,13 +82,4 @@ inline constexpr std::array<double, 3 * kLeapSecondYears> leapSecondSchedule = {
     1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 1, 0, 1, 1, 1, 0, 0,
     1};
 
-// Days before each month, common and leap years.
-inline constexpr std::array<std::array<std::uint16_t, 12>, 2> daysBeforeMonth =
-    {{{0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334},
-      {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335}}};
-
-inline constexpr std::array<std::array<std::uint8_t, 12>, 2> daysInMonth = {
-    {{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31},
-     {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31}}};
-
 }  // namespace KvDateTime::detail

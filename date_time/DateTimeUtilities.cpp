@@ -2,11 +2,11 @@
 
 #include <bit>
 #include <boost/date_time/gregorian/gregorian_types.hpp>
-#include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 
+#include "date_time/CalendarCore.hpp"
 #include "date_time/ConstantTables.hpp"
 #include "date_time/FloatingPoint.hpp"
 #include "date_time/diagnostics/Raise.hpp"
@@ -18,7 +18,6 @@ using detail::fastFloor;
 using detail::isIntegral;
 using detail::truncToInt;
 namespace bg = boost::gregorian;
-namespace bpt = boost::posix_time;
 using Korvane::DateTime::makeDiagnostic;
 
 // The first ten seconds of 1972 in TAI precede 1972-01-01 00:00:00 UTC. The
@@ -27,47 +26,20 @@ using Korvane::DateTime::makeDiagnostic;
 constexpr double kTaiModelStartTolerance =
     std::bit_cast<double>(std::uint64_t{0x4023FFFE2A000000});
 
-// The Julian Day Number of a proleptic Gregorian date (as the date type
-// computes it): 1970-01-01 is 2440588. For the years 1400..9999 that the
-// converters admit every intermediate is positive, so unsigned arithmetic
-// gives the same quotients more cheaply. Checked against an independent day
-// count for every day of that range in
-// CalendarOracle.EveryDayIs86400SecondsAndOneWeekdayOn.
-constexpr std::int64_t gregorianDayNumber(std::uint32_t year,
-                                          std::uint32_t month,
-                                          std::uint32_t day) noexcept {
-  const std::uint32_t a = month <= 2 ? 1 : 0;  // (14 - month) / 12
-  const std::uint32_t y = year + 4800 - a;
-  const std::uint32_t m = month + 12 * a - 3;
-  return std::int64_t{day + (153 * m + 2) / 5 + 365 * y + y / 4 - y / 100 +
-                      y / 400} -
-         32045;
-}
-static_assert(gregorianDayNumber(1970, 1, 1) == 2440588);
-static_assert(gregorianDayNumber(1958, 1, 1) == 2436205);
-static_assert(gregorianDayNumber(1900, 1, 1) == 2415021);
-
-inline bool isGregorianLeap(std::int64_t y) noexcept {
-  return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-}
-
-// Each epoch's instant on the TAI axis, as a Gregorian day number and a
-// second of that day. 1970 and 1900 are UTC epochs: their 00:00:00 UTC lies
-// at 00:00:10 TAI (TAI-UTC was 10 s at the start of 1972 and is taken as
-// fixed here). Every other epoch value counts from 1958-01-01 00:00:00.
+// Each epoch's instant on the TAI axis, as a day (counted from 1970-01-01)
+// and a second of that day. 1970 and 1900 are UTC epochs: their 00:00:00
+// UTC lies at 00:00:10 TAI (TAI-UTC was 10 s at the start of 1972 and is
+// taken as fixed here). Every other epoch value counts from 1958-01-01
+// 00:00:00.
 struct EpochInstant {
-  bpt::ptime instant;
-  std::int64_t dayNumber;    // Gregorian day number of its date
+  std::int64_t day;
   std::int64_t secondOfDay;  // 10 or 0
 };
-const EpochInstant kEpoch1970{
-    bpt::ptime(bg::date(1970, 1, 1), bpt::seconds(10)), 2440588, 10};
-const EpochInstant kEpoch1900{
-    bpt::ptime(bg::date(1900, 1, 1), bpt::seconds(10)), 2415021, 10};
-const EpochInstant kEpoch1958{bpt::ptime(bg::date(1958, 1, 1), bpt::seconds(0)),
-                              2436205, 0};
+constexpr EpochInstant kEpoch1970{detail::daysFromCivil(1970, 1, 1), 10};
+constexpr EpochInstant kEpoch1900{detail::daysFromCivil(1900, 1, 1), 10};
+constexpr EpochInstant kEpoch1958{detail::daysFromCivil(1958, 1, 1), 0};
 
-inline const EpochInstant& epochReference(Epoch epoch) noexcept {
+constexpr const EpochInstant& epochReference(Epoch epoch) noexcept {
   switch (epoch) {
     case Epoch::Epoch1970:
       return kEpoch1970;
@@ -119,12 +91,9 @@ Problem dateProblem(const DateTimeUtilities::CalendarValues& cal) noexcept {
   const std::int32_t y = truncToInt<std::int32_t>(year);
   const auto m = static_cast<std::int32_t>(month);  // 1..12
   const std::int32_t d = truncToInt<std::int32_t>(day);
-  bool leap = false;
-  if ((y & 3) == 0) {
-    const auto y16 = static_cast<std::uint16_t>(y);
-    leap = y16 % 100 != 0 || y16 % 400 == 0;
-  }
-  if (static_cast<std::uint16_t>(d) > detail::daysInMonth[leap][m - 1]) {
+  const bool leap = detail::isLeapYear(static_cast<std::uint16_t>(y));
+  if (static_cast<std::uint16_t>(d) >
+      detail::monthLength(leap, static_cast<unsigned>(m))) {
     return "BadDayOfMonth";
   }
   return nullptr;
@@ -151,7 +120,7 @@ Problem dateTimeProblemInOrder(const DateTimeUtilities::CalendarValues& cal,
   if (Problem p = dateProblem(cal)) return p;
   if (Problem p = timeProblem(cal, ts)) return p;
   const double year = cal[0], month = cal[1], day = cal[2];
-  if (year < 1400.0 || year > 9999.0) return "BadYear";
+  if (year < detail::kFirstYear || year > detail::kLastYear) return "BadYear";
   if (cal[5] >= 60.0) {
     const bool endOfHalfYear =
         (month == 6.0 && day == 30.0) || (month == 12.0 && day == 31.0);
@@ -174,10 +143,10 @@ struct OrdinaryFields {
 
 inline bool ordinaryReading(double y, double mo, double d, double h, double mi,
                             double s, OrdinaryFields& out) noexcept {
-  const bool inRange = (y >= 1400.0) & (y <= 9999.0) & (mo >= 1.0) &
-                       (mo <= 12.0) & (d >= 1.0) & (d <= 31.0) & (h >= 0.0) &
-                       (h <= 23.0) & (mi >= 0.0) & (mi <= 59.0) & (s >= 0.0) &
-                       (s < 60.0);
+  const bool inRange = (y >= detail::kFirstYear) & (y <= detail::kLastYear) &
+                       (mo >= 1.0) & (mo <= 12.0) & (d >= 1.0) & (d <= 31.0) &
+                       (h >= 0.0) & (h <= 23.0) & (mi >= 0.0) & (mi <= 59.0) &
+                       (s >= 0.0) & (s < 60.0);
   if (!inRange) return false;
   out = {static_cast<std::int32_t>(y),  static_cast<std::int32_t>(mo),
          static_cast<std::int32_t>(d),  static_cast<std::int32_t>(h),
@@ -186,9 +155,9 @@ inline bool ordinaryReading(double y, double mo, double d, double h, double mi,
                      (out.hour == h) & (out.minute == mi);
   if (!whole) return false;
   if (out.day <= 28) return true;  // every month has 28 days
-  const bool leap =
-      (out.year % 4 == 0 && out.year % 100 != 0) || out.year % 400 == 0;
-  return out.day <= detail::daysInMonth[leap][out.month - 1];
+  return static_cast<unsigned>(out.day) <=
+         detail::monthLength(detail::isLeapYear(out.year),
+                             static_cast<unsigned>(out.month));
 }
 
 Problem dateTimeProblem(const DateTimeUtilities::CalendarValues& cal,
@@ -212,6 +181,20 @@ Problem restrictiveProblem(const DateTimeUtilities::CalendarValues& cal,
     return "BadTAIModelConfig";
   }
   return nullptr;
+}
+
+// For values that already pass the record's own checks: spares the
+// constructor validating them again.
+inline DateTimeStruct validatedRecord(
+    const DateTimeUtilities::CalendarValues& v) noexcept {
+  DateTimeStruct r;
+  r.year = v[0];
+  r.month = v[1];
+  r.day = v[2];
+  r.hour = v[3];
+  r.minute = v[4];
+  r.second = v[5];
+  return r;
 }
 
 inline kvsvDiagnostic toDiagnostic(Problem p) {
@@ -297,19 +280,15 @@ EpochTimeStruct DateTimeUtilities::calendarToEpochTime(
           static_cast<unsigned short>(f.month), 0);
     }
   }
-  // Every other date takes the day-number formula of the date type without
-  // its repeated range checks.
-  const std::int64_t dayNumber = gregorianDayNumber(
-      static_cast<std::uint32_t>(f.year), static_cast<std::uint32_t>(f.month),
-      static_cast<std::uint32_t>(f.day));
+  const std::int64_t day = detail::daysFromCivil(
+      f.year, static_cast<unsigned>(f.month), static_cast<unsigned>(f.day));
 
   // Validation has bounded every field, so the instant fits a 64-bit
   // microsecond count many times over and can be formed in whole seconds
   // directly: the same count as the microsecond time arithmetic divided by
   // 10^6, without its special-value checks on every step.
   const EpochInstant& ref = epochReference(epoch);
-  std::int64_t whole = (dayNumber - ref.dayNumber) * 86400 +
-                       std::int64_t{f.hour} * 3600 +
+  std::int64_t whole = (day - ref.day) * 86400 + std::int64_t{f.hour} * 3600 +
                        std::int64_t{f.minute} * 60 + f.second - ref.secondOfDay;
 
   // [0, 1): 0.5 for second 60.5; NaN for a NaN second.
@@ -340,38 +319,46 @@ DateTimeStruct DateTimeUtilities::epochTimeToCalendar(
   if (ets.wholePart > kMaxEpochSeconds || ets.wholePart < -kMaxEpochSeconds) {
     kvsvThrowIException(Korvane::DateTime::BadYear());
   }
-  bpt::ptime p = epochReference(epoch).instant + bpt::seconds(ets.wholePart);
+  const EpochInstant& ref = epochReference(epoch);
+  std::int64_t t = ref.day * 86400 + ref.secondOfDay + ets.wholePart;
   double frac = ets.fractionalPart;
   switch (ts) {
     case TimeStandard::UTC:
-      p -= bpt::seconds(10);
+      t -= 10;
       break;
     case TimeStandard::TT:
       frac += 0.184;
       if (frac >= 1.0) {
         frac -= 1.0;
-        p += bpt::seconds(33);
+        t += 33;
       } else {
-        p += bpt::seconds(32);
+        t += 32;
       }
       break;
     default:
       break;
   }
 
-  bg::date::ymd_type ymd(1400, 1, 1);
-  try {
-    ymd = p.date().year_month_day();
-  } catch (const bg::bad_year&) {
+  std::int64_t day = t / 86400, sec = t % 86400;
+  if (sec < 0) {
+    sec += 86400;
+    --day;
+  }
+  const detail::CivilDate date = detail::civilFromDays(day);
+  // The calendar's year range, as the date type enforces it.
+  if (date.year < detail::kFirstYear || date.year > detail::kLastYear) {
     kvsvThrowIException(Korvane::DateTime::BadYear());
   }
-  const bpt::time_duration tod = p.time_of_day();
-  return DateTimeStruct({static_cast<double>(ymd.year),
-                         static_cast<double>(ymd.month.as_number()),
-                         static_cast<double>(ymd.day.as_number()),
-                         static_cast<double>(tod.hours()),
-                         static_cast<double>(tod.minutes()),
-                         static_cast<double>(tod.seconds()) + frac});
+  const CalendarValues values = {static_cast<double>(date.year),
+                                 static_cast<double>(date.month),
+                                 static_cast<double>(date.day),
+                                 static_cast<double>(sec / 3600),
+                                 static_cast<double>(sec % 3600 / 60),
+                                 static_cast<double>(sec % 60) + frac};
+  // Only the second, which carries the caller's fraction, can be invalid;
+  // the record's own constructor throws its diagnostic then.
+  if (timeProblem(values, TimeStandard::UTC)) return DateTimeStruct(values);
+  return validatedRecord(values);
 }
 
 // --- Julian dates
@@ -445,33 +432,40 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
                                  fastFloor(r / 60.0),
                                  (s - w) + (r - 60.0 * fastFloor(r / 60.0))};
   raiseIf(dateTimeProblem(values, ts));
-  return DateTimeStruct(values);
+  return validatedRecord(values);
 }
 
 // --- Day of year and week
 // ---------------------------------------------------------
 
-int DateTimeUtilities::calendarTimeToDayOfYear(const DateTimeStruct& cal) {
+namespace {
+
+// The day count of a validated date, moved into the 400-year cycle of
+// 2000..2399, which keeps its leap rule and weekdays for any whole year.
+// Month and day are taken in 8 bits (the day already reduced in 16 by the
+// validation): a day that reduces to 0 counts as the month's day 0.
+struct CycleDay {
+  std::int64_t year, day;
+};
+
+CycleDay cycleDay(const DateTimeStruct& cal) {
   raiseIf(dateProblem(cal.toArray()));
-  const std::int64_t y = truncToInt<std::int64_t>(cal.year);
+  const std::int64_t y =
+      detail::sameCycleYear(truncToInt<std::int64_t>(cal.year));
   const auto m = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.month));
   const auto d = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.day));
-  return d + detail::daysBeforeMonth[isGregorianLeap(y)][m - 1];
+  return {y, detail::daysFromCivil(y, m, d)};
+}
+
+}  // namespace
+
+int DateTimeUtilities::calendarTimeToDayOfYear(const DateTimeStruct& cal) {
+  const CycleDay c = cycleDay(cal);
+  return static_cast<int>(c.day - detail::daysFromCivil(c.year, 1, 1)) + 1;
 }
 
 int DateTimeUtilities::calendarTimeToDayOfWeek(const DateTimeStruct& cal) {
-  raiseIf(dateProblem(cal.toArray()));
-  const std::int64_t y = truncToInt<std::int64_t>(cal.year);
-  const auto m = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.month));
-  const auto d = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.day));
-  std::int64_t r = y % 400;  // [0, 399]
-  if (r < 0) r += 400;
-  // Leap days in years 0 .. r-1 of the 400-year cycle, year 0 included.
-  const std::int64_t leapDays = r == 0 ? 0 : 1 + (r - 1) / 4 - (r - 1) / 100;
-  // 5 puts 1 January of a cycle's year 0 (2000, say) on a Saturday.
-  const std::int64_t n =
-      d + r + 5 + leapDays + detail::daysBeforeMonth[isGregorianLeap(y)][m - 1];
-  return static_cast<std::uint16_t>(n) % 7 + 1;
+  return detail::weekdayFromDays(cycleDay(cal).day);
 }
 
 double DateTimeUtilities::secondsSinceSundayMidnight(Epoch epoch,

@@ -53,7 +53,9 @@ class KVDT_EXPORT DateTimeUtilities {
   // --- Epochs ------------------------------------------------------------
   // True for the day-counting epochs JD, MJD and J2000.
   static constexpr bool isJulianCompatibleEpoch(Epoch e) noexcept {
-    return static_cast<std::uint32_t>(static_cast<std::int32_t>(e) - 3) <= 2u;
+    // In unsigned arithmetic: any 32-bit value, INT32_MIN included, is
+    // safe to pass, and everything below 3 wraps far above the range.
+    return static_cast<std::uint32_t>(e) - 3u <= 2u;
   }
   // A shift in seconds in the unit of an epoch's values (days if julian).
   static constexpr double secondsToTimeShift(double seconds,
@@ -74,9 +76,16 @@ class KVDT_EXPORT DateTimeUtilities {
   // behind it, TT readings 32.184 s ahead; further leap seconds are not
   // applied here. Throws the diagnostic of validateDateTime. A leap second
   // 23:59:60.x counts like 00:00:00.x of the next day.
+  // Kept as the arithmetic gives them: in TT the fraction can come out as
+  // exactly 1.0 (0.184 taken away, then 1.0 added back, rounds up); a day
+  // that 16 bits reduce to 0 (65536, or +infinity) passes the validation
+  // and then throws the calendar library's own bad_day_of_month.
   static EpochTimeStruct calendarToEpochTime(const DateTimeStruct& cal,
                                              Epoch epoch, TimeStandard ts);
   // The inverse. Throws "BadYear" when the result lies outside 1400..9999.
+  // Second 59 plus a fraction just below 1 can come out as 60.0, the sum
+  // rounding up (in TT after the 0.184 s shift too); in a standard other
+  // than UTC that is no valid reading. Kept as the arithmetic gives it.
   static DateTimeStruct epochTimeToCalendar(const EpochTimeStruct& ets,
                                             Epoch epoch, TimeStandard ts);
 
@@ -87,11 +96,16 @@ class KVDT_EXPORT DateTimeUtilities {
                                      TimeStandard ts);
   // The inverse; throws the diagnostic of validateDateTime of the result
   // (for example "BadYear" outside 1400..9999, or for NaN).
+  // An MJD or J2000 value within about 20 microseconds before midnight
+  // lands on the next day: the day base, shifted by the epoch's offset,
+  // rounds up before it is floored. Kept as the arithmetic gives it.
   static DateTimeStruct julianDateToCalendar(double jd, Epoch epoch,
                                              TimeStandard ts);
 
   // --- Day of year and week --------------------------------------------------
-  // 1 = 1 January .. 366. Throws the diagnostic of validateDate.
+  // 1 = 1 January .. 366. Throws the diagnostic of validateDate. A day
+  // that 16 bits reduce to 0 (65536, or +infinity) passes it and counts as
+  // day 0 of its month: 0 for January.
   static int calendarTimeToDayOfYear(const DateTimeStruct& cal);
   // 1 = Sunday .. 7 = Saturday. Throws the diagnostic of validateDate.
   static int calendarTimeToDayOfWeek(const DateTimeStruct& cal);

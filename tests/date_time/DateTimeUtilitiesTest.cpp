@@ -189,11 +189,15 @@ TEST(EpochOffsets, CorrectOnlyBetweenSecondAndDayEpochs) {
     EXPECT_EQ(DateTimeUtilities::getEpochOffset(r.from, r.to, r.ts), r.expected)
         << int(r.from) << "->" << int(r.to) << " ts " << int(r.ts);
   }
-  for (int e = -2; e < 10; ++e) {
+  // INT32_MIN overflowed the old signed subtraction (UBSan catches it).
+  for (int e : {INT32_MIN, -2, -1, 0, 2, 3, 5, 6, INT32_MAX}) {
     EXPECT_EQ(DateTimeUtilities::isJulianCompatibleEpoch(Epoch(e)),
               e >= 3 && e <= 5)
         << e;
   }
+  EXPECT_EQ(
+      DateTimeUtilities::secondsSinceSundayMidnight(Epoch(INT32_MIN), TAI),
+      0.0);
 }
 
 TEST(EpochTime, AnchorsOfTheAxis) {
