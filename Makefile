@@ -32,11 +32,14 @@ demo: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS) --target kvdt_demo
 	$(BUILD)/examples/kvdt_demo
 
+# The test targets (and so CI) treat every warning as an error.
 test-release: deps $(BUILD)/CMakeCache.txt
+	cmake $(BUILD) -DKVDT_WERROR=ON
 	cmake --build $(BUILD) -j $(JOBS)
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 test-asan: deps $(ASAN)/CMakeCache.txt
+	cmake $(ASAN) -DKVDT_WERROR=ON
 	cmake --build $(ASAN) -j $(JOBS)
 	cd $(ASAN) && ASAN_OPTIONS=detect_leaks=1:halt_on_error=1 \
 	  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
