@@ -89,10 +89,13 @@ TEST(CalendarOracle, EveryDayIs86400SecondsAndOneWeekdayOn) {
                               double(unsigned(ymd.month())),
                               double(unsigned(ymd.day())), 0, 0, 0});
     const sys_days epoch1958 = year{1958} / 1 / 1;
-    ASSERT_EQ(DateTimeUtilities::calendarToEpochTime(cal, Epoch::Epoch1958,
-                                                     TimeStandard::TAI)
-                  .wholePart,
-              std::int64_t{(day - epoch1958).count()} * 86400)
+    const EpochTimeStruct t = DateTimeUtilities::calendarToEpochTime(
+        cal, Epoch::Epoch1958, TimeStandard::TAI);
+    ASSERT_EQ(t.wholePart, std::int64_t{(day - epoch1958).count()} * 86400)
+        << ymd;
+    ASSERT_EQ(DateTimeUtilities::epochTimeToCalendar(t, Epoch::Epoch1958,
+                                                     TimeStandard::TAI),
+              cal)
         << ymd;
     ASSERT_EQ(DateTimeUtilities::calendarTimeToDayOfWeek(cal),
               int(weekday{day}.c_encoding()) + 1)

