@@ -1,13 +1,18 @@
 // Sweeps against independent calendars: Howard Hinnant's date for day
-// counts and weekdays, ERFA's eraCal2jd for Julian dates, and round trips.
+// counts and weekdays, Boost's for the calendar's year range, ERFA's
+// eraCal2jd for Julian dates, and round trips.
 #include <date/date.h>
 #include <erfa.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <cmath>
 #include <cstdint>
 #include <random>
+#include <string>
 
+#include "TestHelpers.hpp"
 #include "date_time/DateTimeUtilities.hpp"
 
 namespace {
@@ -103,6 +108,42 @@ TEST(CalendarOracle, EveryDayIs86400SecondsAndOneWeekdayOn) {
     ASSERT_EQ(DateTimeUtilities::calendarTimeToDayOfYear(cal),
               (day - sys_days{ymd.year() / 1 / 1}).count() + 1)
         << ymd;
+  }
+}
+
+// Counts far outside the calendar's years as well as inside: Boost's
+// calendar refuses the same years with bad_year.
+TEST(CalendarOracle, SecondsBackToTheCalendarAgreeWithBoost) {
+  namespace bpt = boost::posix_time;
+  const bpt::ptime epoch1958(boost::gregorian::date(1958, 1, 1));
+  std::mt19937_64 rng(1400);
+  std::uniform_int_distribution<std::int64_t> whole(-300'000'000'000,
+                                                    300'000'000'000);
+  for (int i = 0; i < kSamples && !HasFailure(); ++i) {
+    const EpochTimeStruct t{whole(rng), 0.25};
+    SCOPED_TRACE(t.wholePart);
+    const bpt::ptime p = epoch1958 + bpt::seconds(t.wholePart);
+    std::array<double, 6> ours{}, theirs{};
+    const std::string id = kvtest::thrownId([&] {
+      ours = DateTimeUtilities::epochTimeToCalendar(t, Epoch::Epoch1958,
+                                                    TimeStandard::TAI)
+                 .toArray();
+    });
+    std::string theirId;
+    try {
+      const auto ymd = p.date().year_month_day();
+      const bpt::time_duration tod = p.time_of_day();
+      theirs = {double(ymd.year),
+                double(ymd.month.as_number()),
+                double(ymd.day.as_number()),
+                double(tod.hours()),
+                double(tod.minutes()),
+                tod.seconds() + 0.25};
+    } catch (const boost::gregorian::bad_year&) {
+      theirId = "BadYear";
+    }
+    ASSERT_EQ(id, theirId);
+    ASSERT_EQ(ours, theirs);
   }
 }
 
