@@ -28,15 +28,16 @@ constexpr unsigned monthLength(bool leap, unsigned month) noexcept {
 
 // Linear in `day`, so a day past the month's end (or 0) counts on into the
 // next month (or back into the last), as the 16-bit reduced days need.
-constexpr std::int64_t daysFromCivil(std::int64_t year, unsigned month,
+// The year in 32 bits, as every caller's fits: cheaper division.
+constexpr std::int64_t daysFromCivil(std::int32_t year, unsigned month,
                                      unsigned day) noexcept {
-  const std::int64_t y = year - (month <= 2 ? 1 : 0);
-  const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const std::int32_t y = year - (month <= 2 ? 1 : 0);
+  const std::int32_t era = (y >= 0 ? y : y - 399) / 400;
   const auto yoe = static_cast<unsigned>(y - era * 400);       // [0, 399]
   const unsigned mp = month > 2 ? month - 3 : month + 9;       // March = 0
   const unsigned doy = (153 * mp + 2) / 5 + day - 1;           // [0, 365]
   const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;  // [0, 146096]
-  return era * 146097 + static_cast<std::int64_t>(doe) - 719468;
+  return std::int64_t{era} * 146097 + static_cast<std::int64_t>(doe) - 719468;
 }
 
 struct CivilDate {
@@ -63,8 +64,8 @@ constexpr CivilDate civilFromDays(std::int64_t z) noexcept {
 // A year with the same leap rule and weekdays as `year`: the calendar
 // repeats every 400 years (146097 days, a whole number of weeks). Keeps
 // the day count small for any year a double can hold.
-constexpr std::int64_t sameCycleYear(std::int64_t year) noexcept {
-  const std::int64_t r = year % 400;
+constexpr std::int32_t sameCycleYear(std::int64_t year) noexcept {
+  const auto r = static_cast<std::int32_t>(year % 400);
   return 2000 + (r < 0 ? r + 400 : r);
 }
 

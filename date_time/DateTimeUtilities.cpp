@@ -445,12 +445,13 @@ namespace {
 // Month and day are taken in 8 bits (the day already reduced in 16 by the
 // validation): a day that reduces to 0 counts as the month's day 0.
 struct CycleDay {
-  std::int64_t year, day;
+  std::int32_t year;
+  std::int64_t day;
 };
 
 CycleDay cycleDay(const DateTimeStruct& cal) {
   raiseIf(dateProblem(cal.toArray()));
-  const std::int64_t y =
+  const std::int32_t y =
       detail::sameCycleYear(truncToInt<std::int64_t>(cal.year));
   const auto m = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.month));
   const auto d = static_cast<std::uint8_t>(truncToInt<std::int32_t>(cal.day));
