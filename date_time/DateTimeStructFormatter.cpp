@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 #include <cstddef>
+#include <exception>
 #include <limits>
 #include <stdexcept>
 #include <string_view>
@@ -12,30 +12,36 @@
 #include "date_time/ConstantTables.hpp"
 #include "date_time/DateTimeUtilities.hpp"
 #include "date_time/FloatingPoint.hpp"
+#include "date_time/FormatWriters.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "host/typesys/DateTimeDefs.hpp"
 
 namespace KvDateTime {
 namespace {
 
+using detail::fractionDigits9;
+using detail::putNarrow;
+using detail::putRepeated;
+using detail::putUnsigned;
 using detail::truncToInt;
 
 // The pattern letters. Case matters: M/m, D/d, H/h and S/s differ.
 constexpr std::u16string_view tokenAlphabet = u"tGyuMdDeahHmsS";
 
-constexpr std::array<bool, 128> kIsPatternLetter = [] {
-  std::array<bool, 128> table{};
-  for (char16_t c : tokenAlphabet) table[c] = true;
+// What one character starts, outside quotes.
+enum class CharClass : std::uint8_t { Literal, Apostrophe, Field, BadLetter };
+
+constexpr std::array<CharClass, 128> kCharClass = [] {
+  std::array<CharClass, 128> table{};  // Literal
+  for (char16_t c = u'A'; c <= u'Z'; ++c) table[c] = CharClass::BadLetter;
+  for (char16_t c = u'a'; c <= u'z'; ++c) table[c] = CharClass::BadLetter;
+  for (char16_t c : tokenAlphabet) table[c] = CharClass::Field;
+  table[u'\''] = CharClass::Apostrophe;
   return table;
 }();
 
-constexpr bool isPatternLetter(char16_t c) noexcept {
-  return c < 128 && kIsPatternLetter[c];
-}
-
-constexpr bool isAsciiLetter(char16_t c) noexcept {
-  const unsigned folded = c & ~0x20u;
-  return folded >= u'A' && folded <= u'Z';
+constexpr CharClass classOf(char16_t c) noexcept {
+  return c < 128 ? kCharClass[c] : CharClass::Literal;
 }
 
 // Rendering never produces more than this many units for one field token
@@ -65,67 +71,82 @@ enum class Problem {
   MultipleFractionalSecondTokens
 };
 
-struct PatternScan {
-  Problem problem = Problem::None;
-  char16_t offending = 0;       // the letter, for InvalidFormatChar
-  std::size_t fieldTokens = 0;  // unquoted pattern-letter runs, `t` aside
-  std::size_t timeStandardTokens = 0;
-  std::size_t literalUnits = 0;  // literal and apostrophe output
+struct PatternProblem {
+  Problem kind = Problem::None;
+  char16_t letter = 0;  // the offending letter, for InvalidFormatChar
 };
 
-// One pass that both validates and counts what sizing the result needs.
-PatternScan scanPattern(std::u16string_view pattern) noexcept {
-  PatternScan scan;
-  int fractionRuns = 0;
+// The pattern grammar, the one place that reads quotes and runs. Walks
+// `pattern` run by run, in reading order, and calls on `h`:
+//   literal(c, n)   n copies of c to output: quoted text, characters that are
+//                   not letters, and half of each apostrophe run;
+//   field(c, n)     an unquoted run of n pattern letters c;
+//   problem(p)      a problem of the pattern; the walk goes on only if it
+//                   returns true (an InvalidFormatChar run is then skipped).
+// Returns whether the pattern is valid. Two fraction runs are a problem only
+// once the whole pattern has passed the other checks.
+template <typename Handler>
+bool parsePattern(std::u16string_view pattern, Handler& h) {
   bool quoted = false;
+  bool valid = true;
+  int fractionRuns = 0;
   for (std::size_t i = 0; i < pattern.size();) {
     const char16_t c = pattern[i];
-    if (!quoted) {
-      if (c == u'S') {
-        ++fractionRuns;
-      } else if (!isPatternLetter(c) && isAsciiLetter(c)) {
-        scan.problem = Problem::InvalidFormatChar;
-        scan.offending = c;
-        return scan;
-      }
-    }
     const std::size_t n = runLength(pattern, i);
     i += n;
-    if (c == u'\'') {
-      if (n % 2 == 1) quoted = !quoted;
-      scan.literalUnits += n / 2;
+    const CharClass cls = classOf(c);
+    if (cls == CharClass::Apostrophe) {
+      quoted ^= (n & 1) != 0;
+      h.literal(u'\'', n / 2);
       continue;
     }
     // Checked inside quotes too: six or more 'e' are refused wherever they
     // stand, so that an unclosed quote cannot hide a mistyped field.
     if (c == u'e' && n >= 6) {
-      scan.problem = Problem::InvalidDayOfWeekToken;
-      return scan;
+      valid = false;
+      if (!h.problem({Problem::InvalidDayOfWeekToken, 0})) return false;
     }
-    if (quoted || !isPatternLetter(c)) {
-      scan.literalUnits += n;
-    } else if (c == u't') {
-      ++scan.timeStandardTokens;
+    if (quoted || cls == CharClass::Literal) {
+      h.literal(c, n);
+    } else if (cls == CharClass::BadLetter) {
+      valid = false;
+      if (!h.problem({Problem::InvalidFormatChar, c})) return false;
     } else {
-      ++scan.fieldTokens;
+      fractionRuns += c == u'S';
+      h.field(c, n);
     }
   }
-  if (fractionRuns >= 2) scan.problem = Problem::MultipleFractionalSecondTokens;
-  return scan;
+  if (valid && fractionRuns >= 2) {
+    h.problem({Problem::MultipleFractionalSecondTokens, 0});
+    return false;
+  }
+  return valid;
 }
 
-kvsvDiagnostic diagnosticFor(const PatternScan& scan,
+// Keeps the first problem and stops the walk there; ignores the rest. The
+// base of the handlers that stop at a problem.
+struct FirstProblem {
+  PatternProblem first;
+  void literal(char16_t, std::size_t) noexcept {}
+  void field(char16_t, std::size_t) noexcept {}
+  bool problem(PatternProblem p) noexcept {
+    first = p;
+    return false;
+  }
+};
+
+kvsvDiagnostic diagnosticFor(const PatternProblem& problem,
                              std::u16string_view pattern) {
   using Korvane::DateTime::makeMsgId;
   using resource_core::MsgArgument;
   const char* id = nullptr;
   std::vector<MsgArgument> arguments{MsgArgument(std::u16string(pattern))};
-  switch (scan.problem) {
+  switch (problem.kind) {
     case Problem::None:
       return nullptr;
     case Problem::InvalidFormatChar:
       id = "InvalidFormatChar";
-      arguments.emplace_back(std::u16string(1, scan.offending));
+      arguments.emplace_back(std::u16string(1, problem.letter));
       break;
     case Problem::InvalidDayOfWeekToken:
       id = "InvalidDayOfWeekToken";
@@ -138,64 +159,6 @@ kvsvDiagnostic diagnosticFor(const PatternScan& scan,
                               std::string());
 }
 
-// ------------------------------------------------------------------ digits
-
-constexpr char kDigitPairs[] =
-    "00010203040506070809101112131415161718192021222324252627282930313233343536"
-    "37383940414243444546474849505152535455565758596061626364656667686970717273"
-    "7475767778798081828384858687888990919293949596979899";
-
-int decimalLength(std::uint64_t v) noexcept {
-  int n = 1;
-  while (v >= 10000) {
-    v /= 10000;
-    n += 4;
-  }
-  return n + (v >= 10) + (v >= 100) + (v >= 1000);
-}
-
-void putPair(char16_t* out, std::uint64_t v) noexcept {  // v in [0, 99]
-  out[0] = static_cast<char16_t>(kDigitPairs[v * 2]);
-  out[1] = static_cast<char16_t>(kDigitPairs[v * 2 + 1]);
-}
-
-// `v` in decimal, zero padded to `width` (no padding when width <= length).
-char16_t* putUnsigned(char16_t* out, std::uint64_t v, int width) noexcept {
-  if (v < 100 && width <= 2) {  // most fields: day, hour, minute, second
-    if (v < 10 && width < 2) {
-      *out = static_cast<char16_t>(u'0' + v);
-      return out + 1;
-    }
-    putPair(out, v);
-    return out + 2;
-  }
-  const int length = decimalLength(v);
-  for (int i = length; i < width; ++i) *out++ = u'0';
-  char16_t* p = out + length;
-  while (v >= 100) {
-    p -= 2;
-    putPair(p, v % 100);
-    v /= 100;
-  }
-  if (v >= 10) {
-    putPair(p - 2, v);
-  } else {
-    p[-1] = static_cast<char16_t>(u'0' + v);
-  }
-  return out + length;
-}
-
-// A literal run is one character repeated, and most runs are a single
-// one: a plain store beats the vectorised fill the compiler makes of a loop.
-char16_t* putRepeated(char16_t* out, char16_t c, std::size_t n) noexcept {
-  if (n == 1) {
-    *out = c;
-    return out + 1;
-  }
-  for (std::size_t k = 0; k < n; ++k) *out++ = c;
-  return out;
-}
-
 // The common width rule: count 1 unpadded, otherwise min(count, 10).
 constexpr int paddedWidth(std::int32_t count) noexcept {
   return count >= 2 ? std::min<std::int32_t>(count, 10) : 0;
@@ -204,18 +167,6 @@ constexpr int paddedWidth(std::int32_t count) noexcept {
 char16_t* putNumber(char16_t* out, std::uint64_t v,
                     std::int32_t count) noexcept {
   return putUnsigned(out, v, paddedWidth(count));
-}
-
-// Narrow text widened one byte to one unit.
-char16_t* putNarrow(char16_t* out, const char* text, std::size_t n) noexcept {
-  for (std::size_t i = 0; i < n; ++i) {
-    *out++ = static_cast<char16_t>(static_cast<unsigned char>(text[i]));
-  }
-  return out;
-}
-
-char16_t* putNarrow(char16_t* out, std::string_view text) noexcept {
-  return putNarrow(out, text.data(), text.size());
 }
 
 // A month or day name, widened once at load and padded so that it can be
@@ -244,36 +195,6 @@ constexpr std::array<WideName, N> widenNames(
 char16_t* putName(char16_t* out, const WideName& name, std::int32_t count) {
   std::copy_n(name.units.data(), name.units.size(), out);
   return out + (count == 3 ? 3 : count == 4 ? name.length : 1);
-}
-
-// ---------------------------------------------------------------- fraction
-
-__extension__ typedef unsigned __int128 u128;  // GCC and Clang both have it
-
-// The first nine of the fifteen decimals that printf("%.15f", a) writes for
-// 0 <= a < 1 under the default rounding mode: the decimal value rounded half
-// to even at 15 places, all zeros when that rounds up to one. The double is
-// an exact binary fraction m / 2^k, so m * 10^15 / 2^k with its remainder
-// decides the rounding without any floating-point error. Checked against
-// the C library by PatternRendering.FractionDigitsMatchPrintf.
-std::uint64_t fractionDigits9(double a) noexcept {
-  constexpr std::uint64_t kScale = 1'000'000'000'000'000;  // 10^15
-  const std::uint64_t bits = std::bit_cast<std::uint64_t>(a);
-  const auto biased = static_cast<int>(bits >> 52);
-  std::uint64_t mantissa = bits & ((std::uint64_t{1} << 52) - 1);
-  int shift = 1074;  // zero and subnormals
-  if (biased != 0) {
-    mantissa |= std::uint64_t{1} << 52;
-    shift = 1075 - biased;  // >= 53 because a < 1
-  }
-  // mantissa * 10^15 < 2^103: from a shift of 104 on it is below one half.
-  if (shift >= 104) return 0;
-  const u128 product = static_cast<u128>(mantissa) * kScale;
-  std::uint64_t q = static_cast<std::uint64_t>(product >> shift);
-  const u128 rest = product & ((u128{1} << shift) - 1);
-  const u128 half = u128{1} << (shift - 1);
-  if (rest > half || (rest == half && (q & 1) != 0)) ++q;
-  return q == kScale ? 0 : q / 1'000'000;  // "1.000000000000000": zeros
 }
 
 // ------------------------------------------------------------------ fields
@@ -434,133 +355,109 @@ std::u16string textString(std::string_view text) {
   return result;
 }
 
-// Writes the rendering of a validated pattern to `out` and returns its end.
-// `out` must hold the bound computed from the pattern's scan.
-char16_t* renderPattern(char16_t* out, const DateTimeStructFormatter& f,
-                        std::u16string_view pattern) {
-  bool quoted = false;
-  // Set by `S` for the benefit of formatToken's contract; nothing here
-  // reads it back.
-  bool fractionPrinted = false;
-  for (std::size_t i = 0; i < pattern.size();) {
-    const char16_t c = pattern[i];
-    const std::size_t n = runLength(pattern, i);
-    i += n;
-    if (c == u'\'') {
-      if (n % 2 == 1) quoted = !quoted;
-      out = putRepeated(out, u'\'', n / 2);
-    } else if (quoted || !isPatternLetter(c)) {
-      out = putRepeated(out, c, n);
-    } else {
-      // A run longer than 2^31 - 1 keeps the 32-bit count of the public
-      // interface; any count of 10 or more renders like 10 anyway.
-      const auto count = static_cast<std::int32_t>(
-          std::min<std::size_t>(n, std::numeric_limits<std::int32_t>::max()));
-      out = putField(out, f, c, count, fractionPrinted);
-    }
-  }
-  return out;
-}
-
-// Throws the diagnostic of the first problem of `pattern`, if it has one.
-void raisePatternProblem(std::u16string_view pattern) {
-  const PatternScan scan = scanPattern(pattern);
-  if (scan.problem != Problem::None) {
-    kvsvDiagnostic diagnostic = diagnosticFor(scan, pattern);
-    kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
-  }
-}
-
-// What one character starts, outside quotes.
-enum class CharClass : std::uint8_t { Literal, Apostrophe, Field, BadLetter };
-
-constexpr std::array<CharClass, 128> kCharClass = [] {
-  std::array<CharClass, 128> table{};  // Literal
-  for (char16_t c = u'A'; c <= u'Z'; ++c) table[c] = CharClass::BadLetter;
-  for (char16_t c = u'a'; c <= u'z'; ++c) table[c] = CharClass::BadLetter;
-  for (char16_t c : tokenAlphabet) table[c] = CharClass::Field;
-  table[u'\''] = CharClass::Apostrophe;
-  return table;
-}();
-
-constexpr CharClass classOf(char16_t c) noexcept {
-  return c < 128 ? kCharClass[c] : CharClass::Literal;
+[[noreturn]] void throwProblem(const PatternProblem& problem,
+                               std::u16string_view pattern) {
+  kvsvDiagnostic diagnostic = diagnosticFor(problem, pattern);
+  kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
+  std::terminate();  // the call above always throws
 }
 
 // Patterns up to this length render in one pass into a stack buffer sized
-// for the worst case, so the loop needs no room checks: a run renders at
+// for the worst case, so the walk needs no room checks: a run renders at
 // most its own length (literals), kMaxFieldUnits (fields) or a time
-// standard's name, which is checked where it is written.
+// standard's name of at most kMaxNameUnits, which is checked where it is
+// written.
 constexpr std::size_t kOnePassUnits = 40;
 constexpr std::size_t kMaxNameUnits = 32;
 constexpr std::size_t kStackUnits =
     kOnePassUnits * (1 + std::max(kMaxFieldUnits, kMaxNameUnits));
 
-// The common case in one pass: validates the pattern while rendering it
-// into `out`, which holds kStackUnits. Returns the end of the text, or null
-// if a time standard's name is too long for the bound (the caller then
-// takes the sized path). A problem of the pattern is raised through
-// raisePatternProblem, whose scan reports it exactly as validateFormat
-// does; a field that fails (a nameless month, an invalid date for D or e)
-// is passed on only once the rest of the pattern has proved valid, so a
-// pattern problem always wins.
-char16_t* renderValidating(char16_t* out, const DateTimeStructFormatter& f,
-                           std::u16string_view pattern) {
-  bool quoted = false;
+// Renders at `out`, which the caller has sized; a time standard's name
+// longer than `nameLimit` is left out and flagged instead.
+struct Renderer : FirstProblem {
+  Renderer(char16_t* start, const DateTimeStructFormatter& formatter,
+           std::size_t longestName) noexcept
+      : out(start), f(formatter), nameLimit(longestName) {}
+
+  char16_t* out;
+  const DateTimeStructFormatter& f;
+  std::size_t nameLimit;
+  bool nameTooLong = false;
   bool fractionPrinted = false;  // formatToken's contract; never read here
-  int fractionRuns = 0;
-  for (std::size_t i = 0; i < pattern.size();) {
-    const char16_t c = pattern[i];
-    const std::size_t n = runLength(pattern, i);
-    i += n;
-    const CharClass cls = classOf(c);
-    if (cls == CharClass::Apostrophe) {
-      quoted ^= (n & 1) != 0;
-      out = putRepeated(out, u'\'', n / 2);
-      continue;
-    }
-    if (c == u'e' && n >= 6) raisePatternProblem(pattern);  // quoted or not
-    if (quoted || cls == CharClass::Literal) {
-      out = putRepeated(out, c, n);
-      continue;
-    }
-    if (cls == CharClass::BadLetter) raisePatternProblem(pattern);
+
+  void literal(char16_t c, std::size_t n) noexcept {
+    out = putRepeated(out, c, n);
+  }
+  void field(char16_t c, std::size_t n) {
     if (c == u't') {
       const std::string_view name =
           DateTimeDefs::timeStandardName(f.timeStandard);
-      if (name.size() > kMaxNameUnits) return nullptr;
-      out = putNarrow(out, name);
-      continue;
+      if (name.size() > nameLimit) {
+        nameTooLong = true;
+      } else {
+        out = putNarrow(out, name);
+      }
+      return;
     }
-    fractionRuns += c == u'S';
-    try {
-      // Runs this short fit the 32-bit count.
-      out = putField(out, f, c, static_cast<std::int32_t>(n), fractionPrinted);
-    } catch (...) {
-      raisePatternProblem(pattern);
-      throw;
-    }
+    // A run longer than 2^31 - 1 keeps the 32-bit count of the public
+    // interface; any count of 10 or more renders like 10 anyway.
+    const auto count = static_cast<std::int32_t>(
+        std::min<std::size_t>(n, std::numeric_limits<std::int32_t>::max()));
+    out = putField(out, f, c, count, fractionPrinted);
   }
-  if (fractionRuns >= 2) raisePatternProblem(pattern);
-  return out;
+};
+
+// Sums an upper bound of the output, for the patterns too long for one pass.
+struct Sizer : FirstProblem {
+  std::size_t literalUnits = 0;
+  std::size_t fieldTokens = 0;  // `t` aside
+  std::size_t timeStandardTokens = 0;
+
+  void literal(char16_t, std::size_t n) noexcept { literalUnits += n; }
+  void field(char16_t c, std::size_t) noexcept {
+    ++(c == u't' ? timeStandardTokens : fieldTokens);
+  }
+};
+
+// The common case in one pass: validates the pattern while rendering it
+// into `out`, which holds kStackUnits. Returns the end of the text, or null
+// if a time standard's name is too long for the bound (the caller then
+// takes the sized path). A field that fails (a nameless month, an invalid
+// date for D or e) is passed on only once the whole pattern has proved
+// valid, so that a pattern problem further on still wins.
+char16_t* renderValidating(char16_t* out, const DateTimeStructFormatter& f,
+                           std::u16string_view pattern) {
+  Renderer renderer{out, f, kMaxNameUnits};
+  bool valid;
+  try {
+    valid = parsePattern(pattern, renderer);
+  } catch (...) {
+    FirstProblem check;
+    if (!parsePattern(pattern, check)) throwProblem(check.first, pattern);
+    throw;
+  }
+  if (!valid) throwProblem(renderer.first, pattern);
+  return renderer.nameTooLong ? nullptr : renderer.out;
 }
 
 }  // namespace
 
 kvsvDiagnostic DateTimeStructFormatter::validateFormat(std::u16string pattern) {
-  return diagnosticFor(scanPattern(pattern), pattern);
+  FirstProblem check;
+  parsePattern(pattern, check);
+  return diagnosticFor(check.first, pattern);
 }
 
 bool DateTimeStructFormatter::needsTimeStandard(std::u16string pattern) {
-  bool quoted = false;
-  for (const char16_t c : pattern) {
-    if (c == u'\'') {
-      quoted = !quoted;
-    } else if (c == u't' && !quoted) {
-      return true;
-    }
-  }
-  return false;
+  // Problems do not matter here: the walk goes on past them.
+  struct {
+    bool found = false;
+    void literal(char16_t, std::size_t) noexcept {}
+    void field(char16_t c, std::size_t) noexcept { found |= c == u't'; }
+    bool problem(PatternProblem) noexcept { return true; }
+  } reader;
+  parsePattern(pattern, reader);
+  return reader.found;
 }
 
 std::u16string DateTimeStructFormatter::getFormattedStr(
@@ -577,30 +474,28 @@ std::u16string DateTimeStructFormatter::getFormattedStr(
   // once by an upper bound. Literal output is at most the pattern's length,
   // so only the fields can push the sum past the limits; the checks keep it
   // from wrapping.
-  const PatternScan scan = scanPattern(pattern);
-  if (scan.problem != Problem::None) {
-    kvsvDiagnostic diagnostic = diagnosticFor(scan, pattern);
-    kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
-  }
+  Sizer sizer;
+  if (!parsePattern(pattern, sizer)) throwProblem(sizer.first, pattern);
   const std::size_t nameLength =
-      scan.timeStandardTokens == 0
+      sizer.timeStandardTokens == 0
           ? 0
           : std::string_view(DateTimeDefs::timeStandardName(timeStandard))
                 .size();
   std::u16string result;
   const std::size_t limit = result.max_size();
-  std::size_t bound = scan.literalUnits;
+  std::size_t bound = sizer.literalUnits;
   const auto add = [&](std::size_t tokens, std::size_t units) {
     if (units != 0 && tokens > (limit - bound) / units) {
       throw std::length_error("basic_string::append");
     }
     bound += tokens * units;
   };
-  add(scan.fieldTokens, kMaxFieldUnits);
-  add(scan.timeStandardTokens, nameLength);
+  add(sizer.fieldTokens, kMaxFieldUnits);
+  add(sizer.timeStandardTokens, nameLength);
   result.resize(bound);
-  const char16_t* end = renderPattern(result.data(), *this, pattern);
-  result.resize(static_cast<std::size_t>(end - result.data()));
+  Renderer renderer{result.data(), *this, nameLength};
+  parsePattern(pattern, renderer);  // valid: nothing stops the walk
+  result.resize(static_cast<std::size_t>(renderer.out - result.data()));
   return result;
 }
 
@@ -610,7 +505,7 @@ std::u16string DateTimeStructFormatter::formatToken(char16_t c,
                                                     bool quoted) const {
   const auto n = static_cast<std::size_t>(std::max<std::int32_t>(count, 0));
   if (c == u'\'') return std::u16string(n / 2, u'\'');
-  if (quoted || !isPatternLetter(c)) return std::u16string(n, c);
+  if (quoted || classOf(c) != CharClass::Field) return std::u16string(n, c);
   if (c == u't') return format_t();
   return fieldString([&](char16_t* out) {
     return putField(out, *this, c, count, fractionPrinted);

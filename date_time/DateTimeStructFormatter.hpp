@@ -74,6 +74,8 @@ class KVDT_EXPORT DateTimeStructFormatter {
   // std::out_of_range for a month outside 1..12 (after the 8-bit reduction);
   // `D` and `e` tokens throw the date diagnostic of the day-of-year and
   // day-of-week functions for an invalid date. Allocates only the result.
+  // A negative fraction keeps format_S's reading, so a second of -0.0 renders
+  // "ss.SSS" as "00..00", deliberately.
   std::u16string getFormattedStr(std::u16string pattern) const;
 
   // One token: `count` characters `c`. Apostrophes give count / 2
@@ -90,7 +92,10 @@ class KVDT_EXPORT DateTimeStructFormatter {
   std::u16string format_a() const;
   // Sets `fractionPrinted`. The digits are those of printf's "%.15f" of the
   // fraction, cut to min(count, 9) without rounding at the cut; a fraction
-  // that "%.15f" rounds up to 1 gives zeros.
+  // that "%.15f" rounds up to 1 gives zeros. The digits start at the third
+  // character of that text, so a negative fraction, -0.0 included, prints
+  // "-0.000..." and keeps ".000...": count 3 gives ".00", and "ss.SSS" of a
+  // second of -0.0 is "00..00". Kept as it is for existing output.
   std::u16string format_S(std::int32_t count, bool& fractionPrinted) const;
   std::u16string format_y(std::int32_t count) const;
   std::u16string format_u(std::int32_t count) const;

@@ -530,7 +530,10 @@ DataValue DataValue::arithmetic(Op op, const DataType& resultType,
 
 DataValue DataValue::convert(const DataType& resultType,
                              MathControl& control) const {
-  if (type_ == resultType) return *this;
+  if (type_ == resultType) {
+    // A stored -0.0 (fromDouble keeps it) still converts to +0.0.
+    return type_.isDouble() ? ofDouble(asDouble() + 0.0) : *this;
+  }
   return roundInto(exactOf(type_, lo_, hi_), resultType, control);
 }
 

@@ -239,7 +239,9 @@ inline bool DataValue::sameTypeSum(bool subtract, const DataType& resultType,
     const double s = subtract ? asDouble() - other.asDouble()
                               : asDouble() + other.asDouble();
     if (!(s - s == 0)) return false;  // beyond DBL_MAX: saturate and log
-    out = ofDouble(s);
+    // (-0.0) + (-0.0) and (-0.0) - (+0.0) are -0.0 in IEEE arithmetic; adding
+    // +0.0 turns an exact zero into +0.0 and leaves every other value alone.
+    out = ofDouble(s + 0.0);
     return true;
   }
   // Each builtin reports the overflow of its own width; fits* then checks

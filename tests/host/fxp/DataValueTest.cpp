@@ -210,4 +210,14 @@ TEST(DataValueEdge, DoubleSumBeyondDblMaxSaturatesAndIsLogged) {
   EXPECT_EQ(logger.overflowCount(), 4u);
 }
 
+// Found by fuzzing: the same-type shortcuts of add, minus and convert gave
+// -0.0 where the general path gives +0.0.
+TEST(DataValueEdge, ExactZeroInTheDoubleTypeIsPositive) {
+  const DataValue neg = DataValue::fromDouble({}, -0.0, MathMode()), pos;
+  MathControl mc{MathMode()};
+  for (const DataValue& r :
+       {neg.add({}, neg, mc), neg.minus({}, pos, mc), neg.convert({}, mc)})
+    EXPECT_FALSE(std::signbit(r.toDouble()));
+}
+
 }  // namespace
