@@ -173,6 +173,52 @@ TEST(DateTimeValue, SplitFloorsToWholeAndNonNegativeRest) {
   EXPECT_LT(s.fractionalPart, 1.0);
 }
 
+// Every word length, signedness and a spread of fraction lengths, and
+// doubles of every magnitude: the split is floor(value) wrapped to 64 bits
+// and the rest floored to 64 fraction bits, then rounded once to a double.
+TEST(DateTimeValue, SplitMatchesExactFloorForEveryType) {
+  std::mt19937_64 rng(11);
+  const auto expectSplit = [](const DataValue& v, const mp::cpp_rational& x) {
+    mp::cpp_int whole = mp::numerator(x) / mp::denominator(x);
+    if (whole * mp::denominator(x) > mp::numerator(x)) --whole;
+    const mp::cpp_rational rest =
+        (x - mp::cpp_rational(whole)) * mp::cpp_rational(mp::cpp_int(1) << 64);
+    const mp::cpp_int low = mp::numerator(rest) / mp::denominator(rest);
+    double frac = std::ldexp(low.convert_to<double>(), -64);
+    if (frac == 1.0) frac = std::nextafter(1.0, 0.0);
+    const EpochTimeStruct got = DateTime::splitStorageValue(v);
+    ASSERT_EQ(mp::cpp_int(got.wholePart),
+              wrapTo(whole, DataType::fixedT(true, 64, 0)));
+    ASSERT_EQ(got.fractionalPart, frac);
+  };
+  for (int w = 1; w <= 128; ++w)
+    for (bool sgn : {false, true})
+      for (int f : {-5, 0, w / 2, w, 63, 64, 70}) {
+        const DataType t = DataType::fixedT(sgn, w, f);
+        for (int i = 0; i < 8; ++i) {
+          std::array<std::uint64_t, 2> raw{rng(), rng()};
+          FXP::MathControl wrap(FXP::MathMode(0, 0));
+          const DataValue v =
+              DataValue::fromCompact(DataType::fixedT(true, 128, 0), raw.data())
+                  .convert(t, wrap);
+          SCOPED_TRACE(testing::Message()
+                       << "w" << w << " f" << f << " s" << sgn);
+          const mp::cpp_rational scale(mp::cpp_int(1) << std::abs(f));
+          const mp::cpp_rational x =
+              f >= 0 ? mp::cpp_rational(storedInteger(v)) / scale
+                     : mp::cpp_rational(storedInteger(v)) * scale;
+          expectSplit(v, x);
+        }
+      }
+  for (int e = -80; e <= 70; ++e)
+    for (double sign : {1.0, -1.0}) {
+      const double d =
+          sign * std::ldexp(1.0 + std::ldexp(double(rng() >> 12), -52), e);
+      SCOPED_TRACE(d);
+      expectSplit(DataValue::fromDouble(DataType::doubleT(), d, {}), exact(d));
+    }
+}
+
 TEST(DateTimeValue, LeapSecondFlagFollowsTheRules) {
   const DataType i64 = DataType::fixedT(true, 64, 32);
   const DateTimeStruct leap = handFilled(2016, 12, 31, 23, 59, 60.5);
