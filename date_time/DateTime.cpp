@@ -19,6 +19,12 @@ namespace {
 // type of up to 128 bits can carry below one unit to within 2^-64.
 constexpr FXP::DataType kSplitType = FXP::DataType::fixedT(true, 128, 64);
 constexpr FXP::DataType kWholeType = FXP::DataType::fixedT(true, 64, 0);
+// Nearest with ties up brings a reading into its storage type; floor with
+// wrap splits a value and adds the parts. Built at compile time so that no
+// code checking the codes runs per call.
+constexpr FXP::MathMode kNearest(FXP::MathMode::kNearestTiesUp,
+                                 FXP::MathMode::kSaturate);
+constexpr FXP::MathMode kFloorWrap(FXP::MathMode::kFloor, FXP::MathMode::kWrap);
 
 bool isLastSecondOfHalfYear(const DateTimeStruct& cal) {
   const bool halfYearEnd = (cal.month == 6.0 && cal.day == 30.0) ||
@@ -53,13 +59,10 @@ DvLs DateTime::convertDateTimeStructToDV(const DateTimeStruct& cal, Epoch epoch,
     reading.second -= 1.0;
     out.isLeapSecond = true;
   }
-  // Nearest, ties up: the rounding of a reading into its storage type.
-  const FXP::MathMode nearest(FXP::MathMode::kNearestTiesUp,
-                              FXP::MathMode::kSaturate);
   if (DateTimeUtilities::isJulianCompatibleEpoch(epoch)) {
     out.value = FXP::DataValue::fromDouble(
         type, DateTimeUtilities::calendarToJulianDate(reading, epoch, ts),
-        nearest);
+        kNearest);
     return out;
   }
   // Whole seconds and the fraction travel apart: a double counting seconds
@@ -67,10 +70,9 @@ DvLs DateTime::convertDateTimeStructToDV(const DateTimeStruct& cal, Epoch epoch,
   // storage must receive the whole seconds exactly.
   const EpochTimeStruct ets =
       DateTimeUtilities::calendarToEpochTime(reading, epoch, ts);
-  FXP::MathControl floorWrap =
-      FXP::MathControl::createFullPrecisionFloorWrapMathControl();
+  FXP::MathControl floorWrap(kFloorWrap);
   const FXP::DataValue fraction =
-      FXP::DataValue::fromDouble(type, ets.fractionalPart, nearest);
+      FXP::DataValue::fromDouble(type, ets.fractionalPart, kNearest);
   // Below 2^53 the whole count is exact as a double, and bringing it into
   // the storage type first (floored and wrapped, as the sum would be) gives
   // the same bits as the mixed-type sum: the fraction value is a multiple
@@ -78,10 +80,9 @@ DvLs DateTime::convertDateTimeStructToDV(const DateTimeStruct& cal, Epoch epoch,
   // is modular. The same-type sum then stays on the inline fast path.
   if (ets.wholePart >= -(std::int64_t{1} << 53) &&
       ets.wholePart <= (std::int64_t{1} << 53)) {
-    out.value =
-        FXP::DataValue::fromDouble(type, static_cast<double>(ets.wholePart),
-                                   floorWrap.getMathMode())
-            .add(type, fraction, floorWrap);
+    out.value = FXP::DataValue::fromDouble(
+                    type, static_cast<double>(ets.wholePart), kFloorWrap)
+                    .add(type, fraction, floorWrap);
     return out;
   }
   out.value =
@@ -129,8 +130,7 @@ EpochTimeStruct DateTime::splitStorageValue(const FXP::DataValue& value) {
     return EpochTimeStruct{
         whole, belowOne(static_cast<double>(rest) * FXP::detail::pow2(-f))};
   }
-  FXP::MathControl floorWrap =
-      FXP::MathControl::createFullPrecisionFloorWrapMathControl();
+  FXP::MathControl floorWrap(kFloorWrap);
   const FXP::DataValue wide = value.convert(kSplitType, floorWrap);
   std::int64_t whole;
   wide.convert(kWholeType, floorWrap).toCompact(&whole, sizeof whole);
