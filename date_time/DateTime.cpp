@@ -8,6 +8,7 @@
 #include "date_time/DateTimeUtilities.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "date_time/diagnostics/Raise.hpp"
+#include "host/typesys/DataTypeUtils.hpp"
 
 namespace KvDateTime {
 
@@ -129,6 +130,21 @@ void DateTime::fromCompact(const void* bytes, const bool& isLeapSecond) {
 bool DateTime::toCompact(void* buffer) const {
   value.toCompact(buffer, value.getDataType().sizeofCompact());
   return isLeapSecond;
+}
+
+voArrayHandle DateTime::toVoArray() const {
+  const fxpDataTypeProp prop = value.getDataTypeProp();
+  // No host class holds a 16-byte element: two 64-bit ones carry it.
+  const std::vector<std::uint64_t> dims =
+      value.getDataType().sizeofCompact() == 16
+          ? std::vector<std::uint64_t>{2, 1}
+          : std::vector<std::uint64_t>{1};
+  voArrayHandle array(voCreateNumericArray(
+      dims,
+      KvTypeSys::KvDateTimeDataTypeUtils::storageFxpDtProp2voClassID(prop),
+      false));
+  toCompact(array->data());
+  return array;
 }
 
 bool DateTime::isValueInRangeOfType(const DateTimeStruct& cal, Epoch epoch,

@@ -12,6 +12,7 @@
 #include "host/fxp/DataValue.hpp"
 #include "host/fxp/MathControl.hpp"
 #include "host/typesys/DateTimeEnums.hpp"
+#include "host/voarray/voArray.hpp"
 
 namespace KvDateTime {
 
@@ -69,6 +70,12 @@ class KVDT_EXPORT DateTime : public DvLs {
   void fromCompact(const void* bytes, const bool& isLeapSecond);
   // Returns the leap-second flag.
   bool toCompact(void* buffer) const;
+
+  // The compact form as a real host array of the class the type system
+  // names for the storage type: one element, or 2 by 1 for a 16-byte
+  // compact form. The flag is not exported. Throws what the host throws,
+  // leaking nothing.
+  voArrayHandle toVoArray() const;
 
   // Whether the whole seconds of the reading fit the integer bits of
   // `type` (always true for double). The fraction is not looked at.
