@@ -99,15 +99,13 @@ std::int32_t TimeStandardConverter::findLeapSecondCount(
   const bool flagRequested = leapSecond != nullptr && *leapSecond;
   const std::size_t size = std::min(instants.size(), counts.size());
   std::size_t i = cursor ? std::min<std::size_t>(*cursor, size) : 0;
-  const FXP::DataType& type = value.getDataType();
-  const FXP::DataValue oneSecond =
-      operand(type, DateTimeUtilities::secondsToTimeShift(1.0, julian));
-  const FXP::DataValue twoSeconds =
-      operand(type, DateTimeUtilities::secondsToTimeShift(2.0, julian));
-  // value reaches e + step: (e + step) <= value.
-  const auto reaches = [&](const FXP::DataValue& e,
-                           const FXP::DataValue& step) {
-    return e.add(e.getDataType(), step, mathControl) <= value;
+  // value reaches e + k seconds: (e + k) <= value.
+  const auto reaches = [&](const FXP::DataValue& e, double k) {
+    const FXP::DataType& type = e.getDataType();
+    return e.add(
+               type,
+               operand(type, DateTimeUtilities::secondsToTimeShift(k, julian)),
+               mathControl) <= value;
   };
 
   std::int32_t count = baseCount;
@@ -117,13 +115,13 @@ std::int32_t TimeStandardConverter::findLeapSecondCount(
     const std::int32_t before = i > 1 ? counts[i - 2] : baseCount;
     // Only the flag depends on it, so it is worked out only when asked for.
     if (flagRequested && before < count)
-      inInserted = !reaches(instants[i - 1], twoSeconds);
+      inInserted = !reaches(instants[i - 1], 2.0);
   }
   if (!holdCursor) {
     for (; i < size; ++i) {
-      if (!reaches(instants[i], oneSecond)) break;
+      if (!reaches(instants[i], 1.0)) break;
       const std::int32_t c = counts[i];
-      inInserted = c > count && !reaches(instants[i], twoSeconds);
+      inInserted = c > count && !reaches(instants[i], 2.0);
       count = c;
       if (cursor) *cursor = static_cast<std::uint32_t>(i + 1);
     }
