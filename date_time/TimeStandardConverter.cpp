@@ -233,22 +233,4 @@ DvLs TimeStandardConverter::convertUTCtoTDBImpl(
                                mathControl, nullptr, false);
 }
 
-// Each concrete converter is the static function without a cursor.
-#define KVDT_DEFINE_TS_CONVERTER(Class, impl)                                 \
-  Class::~Class() = default;                                                  \
-  DvLs Class::convertDTValue(                                                 \
-      const DvLs& value, const LeapSecondTableData& table, TimeStandard from, \
-      TimeStandard to, Epoch epoch, FXP::MathControl& mathControl) const {    \
-    return impl(value, table, from, to, epoch, mathControl, nullptr, false);  \
-  }
-
-KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterUTCtoTAITT, convertUTCtoTAITTImpl)
-KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterTAITTtoTAITT,
-                         convertTAITTtoTAITTImpl)
-KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterTAITTtoUTC, convertTAITTtoUTCImpl)
-KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterTAITTtoTDB, convertTAITTtoTDBImpl)
-KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterUTCtoTDB, convertUTCtoTDBImpl)
-
-#undef KVDT_DEFINE_TS_CONVERTER
-
 }  // namespace KvDateTime

@@ -124,54 +124,46 @@ class KVDT_EXPORT TimeStandardConverter {
   TimeStandard target;
 };
 
-class KVDT_EXPORT TimeStandardConverterUTCtoTAITT final
-    : public TimeStandardConverter {
+namespace detail {
+
+// A concrete converter is one static conversion, without a cursor.
+template <TimeStandardConverter::StaticConverterImpl Impl>
+class FixedTimeStandardConverter : public TimeStandardConverter {
  public:
   using TimeStandardConverter::TimeStandardConverter;
-  ~TimeStandardConverterUTCtoTAITT() override;
   DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
                       TimeStandard from, TimeStandard to, Epoch epoch,
-                      FXP::MathControl& mathControl) const override;
+                      FXP::MathControl& mathControl) const final {
+    return Impl(value, table, from, to, epoch, mathControl, nullptr, false);
+  }
 };
 
-class KVDT_EXPORT TimeStandardConverterTAITTtoTAITT final
-    : public TimeStandardConverter {
- public:
-  using TimeStandardConverter::TimeStandardConverter;
-  ~TimeStandardConverterTAITTtoTAITT() override;
-  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
-                      TimeStandard from, TimeStandard to, Epoch epoch,
-                      FXP::MathControl& mathControl) const override;
-};
+}  // namespace detail
 
-class KVDT_EXPORT TimeStandardConverterTAITTtoUTC final
-    : public TimeStandardConverter {
- public:
-  using TimeStandardConverter::TimeStandardConverter;
-  ~TimeStandardConverterTAITTtoUTC() override;
-  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
-                      TimeStandard from, TimeStandard to, Epoch epoch,
-                      FXP::MathControl& mathControl) const override;
+class TimeStandardConverterUTCtoTAITT final
+    : public detail::FixedTimeStandardConverter<
+          &TimeStandardConverter::convertUTCtoTAITTImpl> {
+  using FixedTimeStandardConverter::FixedTimeStandardConverter;
 };
-
-class KVDT_EXPORT TimeStandardConverterTAITTtoTDB final
-    : public TimeStandardConverter {
- public:
-  using TimeStandardConverter::TimeStandardConverter;
-  ~TimeStandardConverterTAITTtoTDB() override;
-  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
-                      TimeStandard from, TimeStandard to, Epoch epoch,
-                      FXP::MathControl& mathControl) const override;
+class TimeStandardConverterTAITTtoTAITT final
+    : public detail::FixedTimeStandardConverter<
+          &TimeStandardConverter::convertTAITTtoTAITTImpl> {
+  using FixedTimeStandardConverter::FixedTimeStandardConverter;
 };
-
-class KVDT_EXPORT TimeStandardConverterUTCtoTDB final
-    : public TimeStandardConverter {
- public:
-  using TimeStandardConverter::TimeStandardConverter;
-  ~TimeStandardConverterUTCtoTDB() override;
-  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
-                      TimeStandard from, TimeStandard to, Epoch epoch,
-                      FXP::MathControl& mathControl) const override;
+class TimeStandardConverterTAITTtoUTC final
+    : public detail::FixedTimeStandardConverter<
+          &TimeStandardConverter::convertTAITTtoUTCImpl> {
+  using FixedTimeStandardConverter::FixedTimeStandardConverter;
+};
+class TimeStandardConverterTAITTtoTDB final
+    : public detail::FixedTimeStandardConverter<
+          &TimeStandardConverter::convertTAITTtoTDBImpl> {
+  using FixedTimeStandardConverter::FixedTimeStandardConverter;
+};
+class TimeStandardConverterUTCtoTDB final
+    : public detail::FixedTimeStandardConverter<
+          &TimeStandardConverter::convertUTCtoTDBImpl> {
+  using FixedTimeStandardConverter::FixedTimeStandardConverter;
 };
 
 }  // namespace KvDateTime
