@@ -119,7 +119,11 @@ std::int32_t TimeStandardConverter::findLeapSecondCount(
   }
   if (!holdCursor) {
     for (; i < size; ++i) {
-      if (!reaches(instants[i], 1.0)) break;
+      // Between entries, the common case, one comparison decides: an
+      // instant after value is not reached one second later either. (Only
+      // a wrapping control could make e + 1 s fall below e, within a second
+      // of the type's top, where no leap-second instant has a use.)
+      if (value < instants[i] || !reaches(instants[i], 1.0)) break;
       const std::int32_t c = counts[i];
       inInserted = c > count && !reaches(instants[i], 2.0);
       count = c;
