@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+
+#include "date_time/LeapSecondTableData.hpp"
+#include "tests/date_time/LeapTestSupport.hpp"
+
+namespace {
+
+using namespace KvDateTime;
+
+double seconds(const FXP::DataValue& a, const FXP::DataValue& b, Epoch e) {
+  FXP::MathControl mc = FXP::MathControl::createFullPrecisionMathControl();
+  return a.minus(a.getDataType(), b, mc).toDouble() *
+         (kvtest::dayEpoch(e) ? 86400 : 1);
+}
+
+// In every epoch and storage the entries sit on the days ERFA knows, the
+// TAI side is reached at 23:59:59 under the old count (plus the 10 s of day
+// counts) and the inserted second starts one second later.
+TEST(LeapSecondTable, ScheduleMatchesAnnouncedLeapSecondsInEveryStorage) {
+  const std::vector<kvtest::UtcReading> days = kvtest::leapDays();
+  ASSERT_EQ(days.size(), 27u);
+  for (Epoch e : kvtest::kAllEpochs)
+    for (const kvtest::Storage& s : kvtest::storagesFor(e)) {
+      SCOPED_TRACE(testing::Message() << static_cast<int>(e) << ' ' << s.name);
+      const LeapSecondTableData t =
+          LeapSecondTableDataCreator::build(e, s.type);
+      EXPECT_EQ(t.baseLeapSecondCount, 0);
+      ASSERT_EQ(t.utcInstants.size(), 27u);
+      ASSERT_EQ(t.positiveLeapSecondStarts.size(), 27u);
+      EXPECT_TRUE(t.negativeLeapSecondInstants.empty());
+      auto start = t.positiveLeapSecondStarts.begin();
+      for (std::size_t i = 0; i < 27; ++i, ++start) {
+        kvtest::UtcReading r = days[i];
+        r.secondOfDay = 86399;
+        EXPECT_EQ(t.cumulativeCounts[i], static_cast<int>(i) + 1);
+        EXPECT_EQ(t.utcInstants[i],
+                  DateTime(r.calendar(), e, TimeStandard::UTC, s.type).value);
+        EXPECT_NEAR(seconds(t.taiInstants[i], t.utcInstants[i], e),
+                    static_cast<double>(i) + (kvtest::dayEpoch(e) ? 10 : 0),
+                    s.toleranceSeconds);
+        EXPECT_NEAR(seconds(*start, t.taiInstants[i], e), 1.0,
+                    s.toleranceSeconds);
+      }
+    }
+}
+
+// A removed second is reached on the TAI side at 23:59:59 under the new
+// count; a date the storage type cannot hold is skipped with its count.
+TEST(LeapSecondTable, YearMapsGiveTheDocumentedContainers) {
+  const FXP::DataType s64 = FXP::DataType::fixedT(true, 64, 0);
+  const struct {
+    LeapSecondYears years;
+    FXP::DataType type;
+    std::vector<std::int32_t> counts;
+    std::vector<double> taiMinusUtc;
+    std::size_t positive, negative;
+  } cases[] = {
+      {{}, s64, {}, {}, 0, 0},
+      {{{1980, {0, 0}}}, s64, {}, {}, 0, 0},
+      {{{1990, {1, 0}}, {1991, {-1, 1}}}, s64, {1, 0, 1}, {0, 0, 0}, 2, 1},
+      {{{1990, {-1, 0}}}, s64, {-1}, {-1}, 0, 1},
+      {{{1969, {1, 0}}, {1972, {1, 0}}},
+       FXP::DataType::fixedT(false, 32, 0),
+       {1},
+       {0},
+       1,
+       0},
+  };
+  for (const auto& c : cases) {
+    const LeapSecondTableData t =
+        LeapSecondTableDataCreator::build(c.years, Epoch::Epoch1970, c.type);
+    EXPECT_EQ(t.leapSecondYears, c.years);
+    EXPECT_EQ(t.cumulativeCounts, c.counts);
+    ASSERT_EQ(t.taiInstants.size(), c.counts.size());
+    for (std::size_t i = 0; i < c.counts.size(); ++i)
+      EXPECT_EQ(seconds(t.taiInstants[i], t.utcInstants[i], Epoch::Epoch1970),
+                c.taiMinusUtc[i]);
+    EXPECT_EQ(t.positiveLeapSecondStarts.size(), c.positive);
+    EXPECT_EQ(t.negativeLeapSecondInstants.size(), c.negative);
+  }
+}
+
+}  // namespace

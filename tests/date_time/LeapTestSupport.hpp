@@ -1,0 +1,114 @@
+// Shared by the leap-second tests: the storage types every epoch is checked
+// in, UTC readings on a grid, and ERFA as the oracle of TAI - UTC.
+#pragma once
+
+#include <erfa.h>
+
+#include <algorithm>
+#include <cmath>
+#include <tuple>
+#include <vector>
+
+#include "date_time/DateTime.hpp"
+#include "host/fxp/DataType.hpp"
+#include "tests/date_time/TestHelpers.hpp"
+
+namespace kvtest {
+
+using KvDateTime::Epoch;
+
+inline constexpr Epoch kAllEpochs[] = {Epoch::Epoch1970, Epoch::Epoch1900,
+                                       Epoch::Epoch1958, Epoch::EpochJD,
+                                       Epoch::EpochMJD,  Epoch::EpochJ2000};
+inline bool dayEpoch(Epoch e) { return static_cast<int>(e) >= 3; }
+
+// A whole-day 64-bit count would lose every leap second, and the table's
+// range test counts seconds for every epoch (2e11 s since JD 0), so day
+// epochs get 64 bits with 25 fraction bits (2.6 ms) as their 64-bit type.
+// A double day count resolves 40 us near JD 2.4e6.
+struct Storage {
+  const char* name;
+  FXP::DataType type;
+  bool wholeSecondsOnly;
+  double toleranceSeconds;
+};
+inline std::vector<Storage> storagesFor(Epoch e) {
+  const bool d = dayEpoch(e);
+  return {
+      {"double", FXP::DataType::doubleT(), false, d ? 1e-4 : 1e-9},
+      {"s128.64", FXP::DataType::fixedT(true, 128, 64), false, 1e-9},
+      d ? Storage{"s64.25", FXP::DataType::fixedT(true, 64, 25), false, 6e-3}
+        : Storage{"int64", FXP::DataType::fixedT(true, 64, 0), true, 0}};
+}
+
+// A UTC date and the seconds into it (86400.5 is 23:59:60.5).
+struct UtcReading {
+  int year, month, day;
+  double secondOfDay;
+  KvDateTime::DateTimeStruct calendar() const {
+    const double h = std::min(std::floor(secondOfDay / 3600), 23.0);
+    const double m = std::min(std::floor((secondOfDay - h * 3600) / 60), 59.0);
+    return handFilled(year, month, day, h, m, secondOfDay - h * 3600 - m * 60);
+  }
+  bool wholeSecond() const { return secondOfDay == std::floor(secondOfDay); }
+  // The library's count: ERFA's TAI - UTC less the 10 s of 1972, which day
+  // counts carry in their shifts and second counts in their epochs.
+  double eraLeapCount() const {
+    double dat = 0;
+    eraDat(year, month, day, std::min(secondOfDay, 86399.0) / 86400, &dat);
+    return dat - 10;
+  }
+};
+
+// The 27 days that ended with an inserted second, by ERFA.
+inline std::vector<UtcReading> leapDays() {
+  std::vector<UtcReading> days;
+  for (int y = 1972; y <= 2016; ++y)
+    for (int m : {6, 12}) {
+      const UtcReading last{y, m, m == 6 ? 30 : 31, 0};
+      const UtcReading next{m == 12 ? y + 1 : y, m == 12 ? 1 : 7, 1, 0};
+      if (next.eraLeapCount() > last.eraLeapCount()) days.push_back(last);
+    }
+  return days;
+}
+
+// In the first 50 us after a step a day count's 23:59:59 + 1 s may round
+// just past midnight, and the lookup then keeps the old count as specified.
+inline bool justAfterLeapMidnight(const UtcReading& r) {
+  if (r.day != 1 || r.secondOfDay >= 5e-5) return false;
+  for (const UtcReading& d : leapDays())
+    if (r.year == (d.month == 12 ? d.year + 1 : d.year) &&
+        r.month == (d.month == 12 ? 1 : 7))
+      return true;
+  return false;
+}
+
+// Ascending readings 1972-2030 every `hours` hours, plus 23:59:58.5 to
+// 23:59:59.5 of each leap-second day and 0, 10 us, 49 us, 0.5 s, 1 s after.
+inline std::vector<UtcReading> utcGrid(int hours) {
+  std::vector<UtcReading> out;
+  const auto days = [](int y, int m) {
+    return m == 2 ? 28 + (y % 4 == 0) : 30 + ((m + m / 8) % 2);
+  };
+  double sod = 0;
+  for (int y = 1972; y < 2030; ++y)
+    for (int m = 1; m <= 12; ++m)
+      for (int d = 1; d <= days(y, m); ++d, sod -= 86400)
+        for (; sod < 86400; sod += hours * 3600.0)
+          out.push_back({y, m, d, sod});
+  for (const UtcReading& d : leapDays()) {
+    for (double s : {86398.5, 86399.0, 86399.5})
+      out.push_back({d.year, d.month, d.day, s});
+    for (double s : {0.0, 1e-5, 4.9e-5, 0.5, 1.0})
+      out.push_back(
+          {d.month == 12 ? d.year + 1 : d.year, d.month == 12 ? 1 : 7, 1, s});
+  }
+  std::sort(out.begin(), out.end(),
+            [](const UtcReading& a, const UtcReading& b) {
+              return std::tie(a.year, a.month, a.day, a.secondOfDay) <
+                     std::tie(b.year, b.month, b.day, b.secondOfDay);
+            });
+  return out;
+}
+
+}  // namespace kvtest
