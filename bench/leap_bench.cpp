@@ -1,3 +1,13 @@
+// Result, 2026-11-22: shared 2-vCPU VM (other builds running), g++ 12 -O3,
+// Release (kv_bench_leap --benchmark_min_time=0.3), CPU ns per step:
+//   UTC->TAI, cursor   double 17.1  s128.64 31.9  eraUtctai 102  raw 0.71
+//   cursor, table 27 / 270 / 2700 entries   16.6 / 17.1 / 18.5
+//   no cursor, same tables                  409 / 1721 / 1769
+//   TT->TDB            ours 73.6  eraDtdb 8396
+// eraUtctai / ours: 5.98 (double), 3.20 (s128.64; goal 5 missed: the host's
+// DataType is stored field by field and reloaded as one word on every
+// same-type check, a store-forwarding stall). eraDtdb / ours: 114.
+//
 // A model's clock read in TAI and TDB, beside ERFA. Each contender runs a
 // chain: every step's input is the last step's value plus the step, from
 // 1972 on, and each step converts once.
