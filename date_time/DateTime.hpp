@@ -6,11 +6,13 @@
 #include <cstddef>
 
 #include "date_time/DateTimeStruct.hpp"
+#include "date_time/DateTimeUtilities.hpp"
 #include "date_time/Export.hpp"
 #include "host/fxp/DataType.hpp"
 #include "host/fxp/DataValue.hpp"
 #include "host/fxp/MathControl.hpp"
 #include "host/typesys/DateTimeEnums.hpp"
+#include "host/voarray/voArray.hpp"
 
 namespace KvDateTime {
 
@@ -51,9 +53,14 @@ class KVDT_EXPORT DateTime : public DvLs {
   // reading that is not 23:59:59.x of 30 June or 31 December throws
   // "Korvane:DateTime:BadLeapSecondBoolTimestamp".
   static DateTimeStruct convertDVToDateTimeStruct(const DvLs& valueAndFlag,
-                                                  Epoch epoch,
-                                                  TimeStandard ts);
+                                                  Epoch epoch, TimeStandard ts);
   DateTimeStruct toDateTimeStruct() const;
+
+  // A storage value as floor(value) and the non-negative rest, through a
+  // signed 128-bit type with 64 fraction bits and floor rounding: -2.25
+  // gives {-3, 0.75}. The whole part wraps to 64 bits when it does not fit;
+  // the rest is below 1 even when its 64 bits round up as a double.
+  static EpochTimeStruct splitStorageValue(const FXP::DataValue& value);
 
   // The compact form is the storage value's compact bytes, exactly
   // value.getDataType().sizeofCompact() of them; epoch, standard, type and
@@ -64,6 +71,12 @@ class KVDT_EXPORT DateTime : public DvLs {
   // Returns the leap-second flag.
   bool toCompact(void* buffer) const;
 
+  // The compact form as a real host array of the class the type system
+  // names for the storage type: one element, or 2 by 1 for a 16-byte
+  // compact form. The flag is not exported. Throws what the host throws,
+  // leaking nothing.
+  voArrayHandle toVoArray() const;
+
   // Whether the whole seconds of the reading fit the integer bits of
   // `type` (always true for double). The fraction is not looked at.
   static bool isValueInRangeOfType(const DateTimeStruct& cal, Epoch epoch,
@@ -73,12 +86,28 @@ class KVDT_EXPORT DateTime : public DvLs {
   // storage type under `control`. A negative shift is converted as a
   // magnitude and subtracted, so unsigned storage can move backwards.
   // Flag, epoch and standard are unchanged.
-  void add(double seconds, FXP::MathControl& control);
+  // Inline: a model steps its clock with this, and the fixed-point fast path
+  // is inline too.
+  void add(double seconds, FXP::MathControl& control) {
+    const double shift = DateTimeUtilities::secondsToTimeShift(seconds, epoch);
+    const FXP::DataType& type = value.getDataType();
+    const FXP::MathMode mode = control.getMathMode();
+    // Not "shift < 0": NaN takes the minus path, and the magnitude is what
+    // gets converted, so unsigned storage can move backwards.
+    if (shift >= 0)
+      value = value.add(type, FXP::DataValue::fromDouble(type, shift, mode),
+                        control);
+    else
+      value = value.minus(type, FXP::DataValue::fromDouble(type, -shift, mode),
+                          control);
+  }
   // add, reporting whether the result overflowed the storage type. Installs
   // a logger local to the call on `control` and leaves it there: do not use
   // the control's logger afterwards.
   bool addWithOverflowCheck(double seconds, FXP::MathControl& control);
-  void subtract(double seconds, FXP::MathControl& control);
+  void subtract(double seconds, FXP::MathControl& control) {
+    add(-seconds, control);
+  }
   // a - b in a's storage type and a's unit (seconds or days), as a double.
   // Epochs, standards and flags are not compared.
   static double subtract(const DateTime& a, const DateTime& b,

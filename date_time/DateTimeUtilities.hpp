@@ -17,6 +17,8 @@
 
 namespace KvDateTime {
 
+class DateTime;
+
 class KVDT_EXPORT DateTimeUtilities {
  public:
   using CalendarValues = std::array<double, 6>;  // y, mo, d, h, mi, s
@@ -98,6 +100,17 @@ class KVDT_EXPORT DateTimeUtilities {
   // Seconds from the Sunday 00:00 before the epoch's instant to that
   // instant, read in `ts` (day epochs and TDB take the table value as is).
   static double secondsSinceSundayMidnight(Epoch epoch, TimeStandard ts);
+
+  // --- Time points -------------------------------------------------------
+  // Day of week (1 = Sunday .. 7 = Saturday) of a stored count, without a
+  // calendar conversion: seconds epochs floor to whole days, day epochs
+  // truncate. A UTC leap second belongs to the following day.
+  static int timestampToDayOfWeek(const DateTime& dt);
+  // The validators above applied to the value's calendar reading (its own
+  // standard for validateDateTime; TAI rules for validateModelDateTime). A
+  // read-back that throws the host's IException becomes the result.
+  static kvsvDiagnostic validateDateTime(const DateTime& dt);
+  static kvsvDiagnostic validateModelDateTime(const DateTime& dt);
 };
 
 }  // namespace KvDateTime

@@ -1,0 +1,232 @@
+#include "date_time/DateTime.hpp"
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#include "date_time/DateTimeUtilities.hpp"
+#include "date_time/diagnostics/MessageIds.hpp"
+#include "date_time/diagnostics/Raise.hpp"
+#include "host/typesys/DataTypeUtils.hpp"
+
+namespace KvDateTime {
+
+namespace {
+
+// The read-back type of the floor split: every storage type's integer part
+// of interest fits 64 integer bits, and 64 fraction bits hold any fraction a
+// type of up to 128 bits can carry below one unit to within 2^-64.
+constexpr FXP::DataType kSplitType = FXP::DataType::fixedT(true, 128, 64);
+constexpr FXP::DataType kWholeType = FXP::DataType::fixedT(true, 64, 0);
+
+bool isLastSecondOfHalfYear(const DateTimeStruct& cal) {
+  const bool halfYearEnd = (cal.month == 6.0 && cal.day == 30.0) ||
+                           (cal.month == 12.0 && cal.day == 31.0);
+  return cal.second >= 59.0 && halfYearEnd && cal.hour == 23.0 &&
+         cal.minute == 59.0;
+}
+
+}  // namespace
+
+DateTime::DateTime(const DvLs& valueAndFlag, Epoch epoch,
+                   TimeStandard ts) noexcept
+    : DvLs(valueAndFlag), epoch(epoch), timeStandard(ts) {}
+
+DateTime::DateTime(Epoch epoch, TimeStandard ts, const FXP::DataType& type)
+    : DvLs{FXP::DataValue::fromDouble(type, 0.0, FXP::MathMode()), false},
+      epoch(epoch),
+      timeStandard(ts) {}
+
+DateTime::DateTime(const DateTimeStruct& cal, Epoch epoch, TimeStandard ts,
+                   const FXP::DataType& type)
+    : DvLs(convertDateTimeStructToDV(cal, epoch, ts, type)),
+      epoch(epoch),
+      timeStandard(ts) {}
+
+DvLs DateTime::convertDateTimeStructToDV(const DateTimeStruct& cal, Epoch epoch,
+                                         TimeStandard ts,
+                                         const FXP::DataType& type) {
+  DvLs out;
+  DateTimeStruct reading = cal;
+  if (ts == TimeStandard::UTC && cal.second >= 60.0) {
+    reading.second -= 1.0;
+    out.isLeapSecond = true;
+  }
+  // Nearest, ties up: the rounding of a reading into its storage type.
+  const FXP::MathMode nearest(FXP::MathMode::kNearestTiesUp,
+                              FXP::MathMode::kSaturate);
+  if (DateTimeUtilities::isJulianCompatibleEpoch(epoch)) {
+    out.value = FXP::DataValue::fromDouble(
+        type, DateTimeUtilities::calendarToJulianDate(reading, epoch, ts),
+        nearest);
+    return out;
+  }
+  // Whole seconds and the fraction travel apart: a double counting seconds
+  // since 1900 resolves only about half a microsecond today, and fixed-point
+  // storage must receive the whole seconds exactly.
+  const EpochTimeStruct ets =
+      DateTimeUtilities::calendarToEpochTime(reading, epoch, ts);
+  FXP::MathControl floorWrap =
+      FXP::MathControl::createFullPrecisionFloorWrapMathControl();
+  out.value =
+      FXP::DataValue::fromInt64(ets.wholePart)
+          .add(type,
+               FXP::DataValue::fromDouble(type, ets.fractionalPart, nearest),
+               floorWrap);
+  return out;
+}
+
+EpochTimeStruct DateTime::splitStorageValue(const FXP::DataValue& value) {
+  FXP::MathControl floorWrap =
+      FXP::MathControl::createFullPrecisionFloorWrapMathControl();
+  const FXP::DataValue wide = value.convert(kSplitType, floorWrap);
+  std::int64_t whole;
+  wide.convert(kWholeType, floorWrap).toCompact(&whole, sizeof whole);
+  const std::array<std::uint32_t, 4> words = wide.getFatVal();
+  const std::uint64_t low =
+      (static_cast<std::uint64_t>(words[1]) << 32) | words[0];
+  // A low word within 2^10 of 2^64 converts to 2^64 as a double; the rest
+  // must stay below one unit, so it is held at the largest double below 1.
+  const double fraction =
+      std::fmin(static_cast<double>(low) * 0x1p-64, 0x1.fffffffffffffp-1);
+  return EpochTimeStruct{whole, fraction};
+}
+
+DateTimeStruct DateTime::convertDVToDateTimeStruct(const DvLs& valueAndFlag,
+                                                   Epoch epoch,
+                                                   TimeStandard ts) {
+  DateTimeStruct cal =
+      DateTimeUtilities::isJulianCompatibleEpoch(epoch)
+          ? DateTimeUtilities::julianDateToCalendar(
+                valueAndFlag.value.toDouble(), epoch, ts)
+          : DateTimeUtilities::epochTimeToCalendar(
+                splitStorageValue(valueAndFlag.value), epoch, ts);
+  if (!valueAndFlag.isLeapSecond) return cal;
+  if (ts != TimeStandard::UTC)
+    kvsvThrowIException(Korvane::DateTime::BadLeapSecondBoolTimeStandard());
+  // Only the calendar position is judged: whether a second was inserted on
+  // that date is the leap-second table's knowledge, not this record's.
+  if (!isLastSecondOfHalfYear(cal))
+    kvsvThrowIException(
+        Korvane::DateTime::makeMsgId("BadLeapSecondBoolTimestamp"));
+  cal.second += 1.0;
+  return cal;
+}
+
+DateTimeStruct DateTime::toDateTimeStruct() const {
+  return convertDVToDateTimeStruct(*this, epoch, timeStandard);
+}
+
+void DateTime::fromCompact(const void* bytes, const bool& isLeapSecond) {
+  // Read into a temporary first: a rejected encoding leaves *this as it was.
+  const FXP::DataValue read =
+      FXP::DataValue::fromCompact(value.getDataType(), bytes);
+  const bool flag = isLeapSecond;
+  value = read;
+  this->isLeapSecond = flag;
+}
+
+bool DateTime::toCompact(void* buffer) const {
+  value.toCompact(buffer, value.getDataType().sizeofCompact());
+  return isLeapSecond;
+}
+
+voArrayHandle DateTime::toVoArray() const {
+  const fxpDataTypeProp prop = value.getDataTypeProp();
+  // No host class holds a 16-byte element: two 64-bit ones carry it.
+  const std::vector<std::uint64_t> dims =
+      value.getDataType().sizeofCompact() == 16
+          ? std::vector<std::uint64_t>{2, 1}
+          : std::vector<std::uint64_t>{1};
+  voArrayHandle array(voCreateNumericArray(
+      dims,
+      KvTypeSys::KvDateTimeDataTypeUtils::storageFxpDtProp2voClassID(prop),
+      false));
+  toCompact(array->data());
+  return array;
+}
+
+bool DateTime::isValueInRangeOfType(const DateTimeStruct& cal, Epoch epoch,
+                                    TimeStandard ts, FXP::DataType type) {
+  if (type.isDouble()) return true;
+  const std::int64_t w =
+      DateTimeUtilities::calendarToEpochTime(cal, epoch, ts).wholePart;
+  const int n = type.wordLength() - type.fractionLength();  // integer bits
+  // With no integer bit (n <= 0) only a whole part of 0 lies in range.
+  if (n <= 0) return w == 0;
+  if (type.isSigned()) {
+    if (n >= 64) return true;
+    const std::int64_t half = std::int64_t{1} << (n - 1);
+    return -half <= w && w < half;
+  }
+  if (w < 0) return false;
+  return n >= 64 || static_cast<std::uint64_t>(w) < (std::uint64_t{1} << n);
+}
+
+bool DateTime::addWithOverflowCheck(double seconds, FXP::MathControl& control) {
+  FixptRangeMath::FixptRangeMathLogger logger;
+  control.setMathLogger(&logger);
+  add(seconds, control);
+  return logger.overflowOccurred();
+}
+
+double DateTime::subtract(const DateTime& a, const DateTime& b,
+                          FXP::MathControl& control) {
+  return a.value.minus(a.value.getDataType(), b.value, control).toDouble();
+}
+
+// The time-point overloads of DateTimeUtilities live here rather than beside
+// the calendar functions: they are the only part of that class that reads a
+// DateTime, and the calendar sources stay free of the storage arithmetic.
+
+int DateTimeUtilities::timestampToDayOfWeek(const DateTime& dt) {
+  FXP::MathControl control = FXP::MathControl::createFullPrecisionMathControl();
+  const FXP::DataType& type = dt.value.getDataType();
+  const double shift = secondsToTimeShift(
+      secondsSinceSundayMidnight(dt.epoch, dt.timeStandard), dt.epoch);
+  const double sum =
+      dt.value
+          .add(type,
+               FXP::DataValue::fromDouble(type, shift, control.getMathMode()),
+               control)
+          .toDouble();
+  // Day epochs truncate on purpose: no day count before the table's Sunday
+  // is expected there.
+  const double days = isJulianCompatibleEpoch(dt.epoch)
+                          ? std::trunc(sum)
+                          : std::floor(sum / 86400.0);
+  // The remainder in double: exact, and no cast can overflow for a count
+  // beyond 64 bits.
+  double r = std::fmod(days, 7.0);  // (-7, 7)
+  if (r < 0) r += 7.0;
+  return static_cast<int>(r) + 1;
+}
+
+namespace {
+
+template <typename Validate>
+kvsvDiagnostic validateReading(const DateTime& dt, Validate validate) {
+  DateTimeStruct cal;
+  try {
+    cal = dt.toDateTimeStruct();
+  } catch (const foundation::core::except::IException& e) {
+    return kvsvCreateDiagnosticFromIException(e, 1);
+  }
+  return validate(cal.toArray());
+}
+
+}  // namespace
+
+kvsvDiagnostic DateTimeUtilities::validateDateTime(const DateTime& dt) {
+  return validateReading(dt, [&dt](const CalendarValues& cal) {
+    return validateDateTime(cal, dt.timeStandard);
+  });
+}
+
+kvsvDiagnostic DateTimeUtilities::validateModelDateTime(const DateTime& dt) {
+  return validateReading(
+      dt, [](const CalendarValues& cal) { return validateModelDateTime(cal); });
+}
+
+}  // namespace KvDateTime
