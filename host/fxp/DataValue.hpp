@@ -205,6 +205,23 @@ inline DataValue DataValue::fromDouble(const DataType& type, double value,
                                            static_cast<std::uint64_t>(r), w))) {
         return DataValue(type, static_cast<std::uint64_t>(r), 0);
       }
+    } else if (a >= 0x1p62 && a < 0x1p127) {
+      // A double this large is an integer, so the scaled value is the stored
+      // integer itself and no rounding code applies: one second in a type
+      // with 64 fraction bits takes this path. Its bits are shifted into
+      // place directly rather than through the runtime's conversion call.
+      const auto bits = std::bit_cast<std::uint64_t>(s);
+      const int shift =
+          static_cast<int>((bits >> 52) & 0x7ff) - 1075;  // [10, 74]
+      const UInt128 mag =
+          static_cast<UInt128>((bits & 0xfffffffffffffULL) | (1ULL << 52))
+          << shift;
+      const auto r = static_cast<Int128>((bits >> 63) ? -mag : mag);
+      const int w = type.wordLength();
+      if (type.isSigned()
+              ? detail::fitsSigned128(r, w)
+              : r > 0 && detail::fitsUnsigned128(static_cast<UInt128>(r), w))
+        return ofInt128(type, r);
     }
   } else if (value - value == 0) {  // finite
     return ofDouble(value);
@@ -305,15 +322,24 @@ inline DataValue DataValue::divideBy(const DataType& resultType,
   return arithmetic(Op::kDivide, resultType, other, control);
 }
 
+// Two doubles (always finite) compare as doubles; -0.0 equals +0.0.
 inline bool operator==(const DataValue& a, const DataValue& b) noexcept {
-  if (a.type_ == b.type_ && a.type_.isFixed())
-    return a.lo_ == b.lo_ && a.hi_ == b.hi_;
+  if (a.type_ == b.type_) {
+    if (a.type_.isFixed()) return a.lo_ == b.lo_ && a.hi_ == b.hi_;
+    return a.asDouble() == b.asDouble();
+  }
   return DataValue::compareSlow(a, b) == std::weak_ordering::equivalent;
 }
 
 inline std::weak_ordering operator<=>(const DataValue& a,
                                       const DataValue& b) noexcept {
-  if (a.type_ == b.type_ && a.type_.isFixed()) {
+  if (a.type_ == b.type_) {
+    if (a.type_.isDouble()) {
+      const double x = a.asDouble(), y = b.asDouble();
+      return x < y   ? std::weak_ordering::less
+             : y < x ? std::weak_ordering::greater
+                     : std::weak_ordering::equivalent;
+    }
     if (a.type_.isSigned()) return a.asInt128() <=> b.asInt128();
     return static_cast<UInt128>(a.asInt128()) <=>
            static_cast<UInt128>(b.asInt128());

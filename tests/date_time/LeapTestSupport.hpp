@@ -140,4 +140,18 @@ inline std::vector<UtcReading> utcGrid(int hours) {
   return out;
 }
 
+// Whether `r` lies in the first 50 us after an announced step. Day counts are
+// doubles or rounded from them, so 23:59:59 + 1 s of the previous day may land
+// just past midnight; the lookup then still keeps the old count, as its
+// arithmetic says.
+inline bool justAfterLeapMidnight(const UtcReading& r) {
+  if (r.day != 1 || (r.month != 1 && r.month != 7) || r.secondOfDay >= 5e-5)
+    return false;
+  for (const LeapDay& d : announcedLeapDays())
+    if ((d.month == 12 ? d.year + 1 : d.year) == r.year &&
+        (d.month == 12 ? 1 : 7) == r.month)
+      return true;
+  return false;
+}
+
 }  // namespace kvtest

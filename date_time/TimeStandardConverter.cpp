@@ -1,0 +1,254 @@
+#include "date_time/TimeStandardConverter.hpp"
+
+#include <algorithm>
+
+#include "date_time/DateTimeUtilities.hpp"
+#include "date_time/Sine.hpp"
+#include "date_time/diagnostics/Raise.hpp"
+#include "host/typesys/DataTypeUtils.hpp"
+#include "host/typesys/DateTimeDefs.hpp"
+
+namespace KvDateTime {
+
+namespace {
+
+// 32.184 s in days, the double the day epochs shift by between TAI and TT.
+constexpr double kTtMinusTaiDays = 0.00037249999999999995;
+// The constant share of TAI - UTC that day-epoch counts carry and second
+// epochs do not (their offsets hold it).
+constexpr double kDayEpochTaiMinusUtc = 10.0;
+constexpr double kTtMinusTai = 32.184;
+
+// Operands of the shifts are rounded to nearest and saturate: codes (1, 1).
+constexpr FXP::MathMode kNearestSaturate{};
+
+FXP::DataValue operand(const FXP::DataType& type, double magnitude) {
+  return FXP::DataValue::fromDouble(type, magnitude, kNearestSaturate);
+}
+
+// v + d in v's storage type, d in the epoch's unit. A negative shift is
+// subtracted as a magnitude so that unsigned storage can move backwards.
+FXP::DataValue shifted(const FXP::DataValue& v, double d,
+                       FXP::MathControl& control) {
+  const FXP::DataType& type = v.getDataType();
+  return d < 0 ? v.minus(type, operand(type, -d), control)
+               : v.add(type, operand(type, d), control);
+}
+
+constexpr bool isTaiOrTt(TimeStandard ts) noexcept {
+  return (static_cast<std::int32_t>(ts) & ~2) == 0;
+}
+
+void rejectRemovedSecond(const FXP::DataValue& v,
+                         const LeapSecondTableData& table, bool julian,
+                         FXP::MathControl& control) {
+  if (table.negativeLeapSecondInstants.empty()) return;
+  const FXP::DataValue one = operand(
+      v.getDataType(), DateTimeUtilities::secondsToTimeShift(1.0, julian));
+  for (const FXP::DataValue& e : table.negativeLeapSecondInstants) {
+    if (e <= v && v < e.add(e.getDataType(), one, control))
+      kvsvThrowIException(
+          Korvane::DateTime::makeMsgId("TimestampIsNegativeLeapSecond"));
+  }
+}
+
+void rejectLeapFlag(const DvLs& value) {
+  if (value.isLeapSecond)
+    kvsvThrowIException(Korvane::DateTime::BadLeapSecondBoolTimeStandard());
+}
+
+}  // namespace
+
+TimeStandardConverter::~TimeStandardConverter() = default;
+
+DateTime TimeStandardConverter::convertTimeStandard(
+    const DateTime& dt, const LeapSecondTableData& table,
+    FXP::MathControl& mathControl) const {
+  return DateTime(
+      convertDTValue(dt, table, dt.timeStandard, target, dt.epoch, mathControl),
+      dt.epoch, target);
+}
+
+DateTime TimeStandardConverter::convertTimeStandard(
+    const DateTime& dt, TimeStandard to, const LeapSecondTableData& table,
+    FXP::MathControl& mathControl, std::uint32_t* cursor, bool holdCursor) {
+  const StaticConverterImpl impl = getStaticConverterImpl(dt.timeStandard, to);
+  return DateTime(impl(dt, table, dt.timeStandard, to, dt.epoch, mathControl,
+                       cursor, holdCursor),
+                  dt.epoch, to);
+}
+
+TimeStandardConverter::StaticConverterImpl
+TimeStandardConverter::getStaticConverterImpl(TimeStandard from,
+                                              TimeStandard to) noexcept {
+  if (isTaiOrTt(from)) {
+    if (to == TimeStandard::UTC) return &convertTAITTtoUTCImpl;
+    if (isTaiOrTt(to)) return &convertTAITTtoTAITTImpl;
+    return &convertTAITTtoTDBImpl;
+  }
+  if (to == TimeStandard::UTC) return &convertUTCtoUTCImpl;
+  if (isTaiOrTt(to)) return &convertUTCtoTAITTImpl;
+  return &convertUTCtoTDBImpl;
+}
+
+std::int32_t TimeStandardConverter::findLeapSecondCount(
+    const FXP::DataValue& value, std::int32_t baseCount,
+    const std::vector<FXP::DataValue>& instants,
+    const std::vector<std::int32_t>& counts, bool* leapSecond, bool julian,
+    FXP::MathControl& mathControl, std::uint32_t* cursor, bool holdCursor) {
+  const bool flagRequested = leapSecond != nullptr && *leapSecond;
+  const std::size_t size = std::min(instants.size(), counts.size());
+  std::size_t i = cursor ? std::min<std::size_t>(*cursor, size) : 0;
+  // value reaches e + k seconds: (e + k) <= value.
+  const auto reaches = [&](const FXP::DataValue& e, double k) {
+    const FXP::DataType& type = e.getDataType();
+    return e.add(
+               type,
+               operand(type, DateTimeUtilities::secondsToTimeShift(k, julian)),
+               mathControl) <= value;
+  };
+
+  std::int32_t count = baseCount;
+  bool inInserted = false;
+  if (i > 0) {
+    count = counts[i - 1];
+    const std::int32_t before = i > 1 ? counts[i - 2] : baseCount;
+    // Only the flag depends on it, so it is worked out only when asked for.
+    if (flagRequested && before < count)
+      inInserted = !reaches(instants[i - 1], 2.0);
+  }
+  if (!holdCursor) {
+    for (; i < size; ++i) {
+      if (!reaches(instants[i], 1.0)) break;
+      const std::int32_t c = counts[i];
+      inInserted = c > count && !reaches(instants[i], 2.0);
+      count = c;
+      if (cursor) *cursor = static_cast<std::uint32_t>(i + 1);
+    }
+  }
+  if (flagRequested) *leapSecond = inInserted;
+  return count;
+}
+
+DvLs TimeStandardConverter::convertUTCtoTAITTImpl(
+    const DvLs& value, const LeapSecondTableData& table, TimeStandard,
+    TimeStandard to, Epoch epoch, FXP::MathControl& mathControl,
+    std::uint32_t* cursor, bool holdCursor) {
+  const bool julian = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
+  rejectRemovedSecond(value.value, table, julian, mathControl);
+  double shift = findLeapSecondCount(
+      value.value, table.baseLeapSecondCount, table.utcInstants,
+      table.cumulativeCounts, nullptr, julian, mathControl, cursor, holdCursor);
+  if (value.isLeapSecond) shift += 1.0;
+  if (julian) {
+    if (to == TimeStandard::TAI) shift += kDayEpochTaiMinusUtc;
+    if (to == TimeStandard::TT) shift += kDayEpochTaiMinusUtc + kTtMinusTai;
+  }
+  return {
+      shifted(value.value, DateTimeUtilities::secondsToTimeShift(shift, julian),
+              mathControl),
+      false};
+}
+
+DvLs TimeStandardConverter::convertTAITTtoUTCImpl(
+    const DvLs& value, const LeapSecondTableData& table, TimeStandard from,
+    TimeStandard, Epoch epoch, FXP::MathControl& mathControl,
+    std::uint32_t* cursor, bool holdCursor) {
+  rejectLeapFlag(value);
+  const bool julian = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
+  FXP::DataValue v = value.value;
+  if (from == TimeStandard::TT && julian)
+    v = shifted(v, -kTtMinusTaiDays, mathControl);
+  bool leapSecond = true;
+  double shift = -findLeapSecondCount(
+      v, table.baseLeapSecondCount, table.taiInstants, table.cumulativeCounts,
+      &leapSecond, julian, mathControl, cursor, holdCursor);
+  if (julian) shift -= kDayEpochTaiMinusUtc;
+  return {shifted(v, DateTimeUtilities::secondsToTimeShift(shift, julian),
+                  mathControl),
+          leapSecond};
+}
+
+DvLs TimeStandardConverter::convertTAITTtoTAITTImpl(
+    const DvLs& value, const LeapSecondTableData&, TimeStandard from,
+    TimeStandard to, Epoch epoch, FXP::MathControl& mathControl, std::uint32_t*,
+    bool) {
+  rejectLeapFlag(value);
+  double days = 0.0;
+  if (DateTimeUtilities::isJulianCompatibleEpoch(epoch)) {
+    if (from == TimeStandard::TAI && to == TimeStandard::TT)
+      days = kTtMinusTaiDays;
+    else if (from == TimeStandard::TT && to == TimeStandard::TAI)
+      days = -kTtMinusTaiDays;
+  }
+  return {shifted(value.value, days, mathControl), false};
+}
+
+DvLs TimeStandardConverter::convertUTCtoUTCImpl(
+    const DvLs& value, const LeapSecondTableData& table, TimeStandard,
+    TimeStandard, Epoch epoch, FXP::MathControl& mathControl, std::uint32_t*,
+    bool) {
+  rejectRemovedSecond(value.value, table,
+                      DateTimeUtilities::isJulianCompatibleEpoch(epoch),
+                      mathControl);
+  return value;
+}
+
+DvLs TimeStandardConverter::convertTAITTtoTDBImpl(
+    const DvLs& value, const LeapSecondTableData& table, TimeStandard from,
+    TimeStandard, Epoch epoch, FXP::MathControl& mathControl, std::uint32_t*,
+    bool) {
+  rejectLeapFlag(value);
+  if (!DateTimeUtilities::isJulianCompatibleEpoch(epoch)) {
+    // The epoch's number is the mode's number by design.
+    kvsvThrowIException(Korvane::DateTime::TDBTSOnlySupportJulianDayTU(
+        DateTimeDefs::timePointModeName(static_cast<TimePointMode>(epoch))));
+  }
+  if (!value.value.getDataType().isDouble()) {
+    kvsvThrowIException(Korvane::DateTime::TDBTSOnlySupportDoubleSDT(
+        DateTimeDefs::storageDataTypeName(
+            KvTypeSys::KvDateTimeDataTypeUtils::storageFxpDtProp2DTEnum(
+                value.value.getDataTypeProp()))));
+  }
+  const DvLs tt = convertTAITTtoTAITTImpl(value, table, from, TimeStandard::TT,
+                                          epoch, mathControl, nullptr, false);
+  // The series counts from J2000.0 TT.
+  const double offset = epoch == Epoch::EpochJ2000
+                            ? 0.0
+                            : DateTimeUtilities::getEpochOffset(
+                                  epoch, Epoch::EpochJ2000, TimeStandard::TT) +
+                                  0.0;
+  const double centuries = (tt.value.toDouble() + offset) / 36525.0;
+  const double days = detail::tdbMinusTtSeconds(centuries) / 86400.0;
+  return {shifted(tt.value, days, mathControl), false};
+}
+
+DvLs TimeStandardConverter::convertUTCtoTDBImpl(
+    const DvLs& value, const LeapSecondTableData& table, TimeStandard from,
+    TimeStandard to, Epoch epoch, FXP::MathControl& mathControl,
+    std::uint32_t* cursor, bool holdCursor) {
+  const DvLs tt = convertUTCtoTAITTImpl(value, table, from, TimeStandard::TT,
+                                        epoch, mathControl, cursor, holdCursor);
+  return convertTAITTtoTDBImpl(tt, table, TimeStandard::TT, to, epoch,
+                               mathControl, nullptr, false);
+}
+
+// Each concrete converter is the static function without a cursor.
+#define KVDT_DEFINE_TS_CONVERTER(Class, impl)                                 \
+  Class::~Class() = default;                                                  \
+  DvLs Class::convertDTValue(                                                 \
+      const DvLs& value, const LeapSecondTableData& table, TimeStandard from, \
+      TimeStandard to, Epoch epoch, FXP::MathControl& mathControl) const {    \
+    return impl(value, table, from, to, epoch, mathControl, nullptr, false);  \
+  }
+
+KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterUTCtoTAITT, convertUTCtoTAITTImpl)
+KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterTAITTtoTAITT,
+                         convertTAITTtoTAITTImpl)
+KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterTAITTtoUTC, convertTAITTtoUTCImpl)
+KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterTAITTtoTDB, convertTAITTtoTDBImpl)
+KVDT_DEFINE_TS_CONVERTER(TimeStandardConverterUTCtoTDB, convertUTCtoTDBImpl)
+
+#undef KVDT_DEFINE_TS_CONVERTER
+
+}  // namespace KvDateTime

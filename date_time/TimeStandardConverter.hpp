@@ -1,0 +1,177 @@
+// Re-expresses a time point in another time standard, keeping its epoch and
+// storage type: leap seconds between UTC and TAI/TT from a
+// LeapSecondTableData, 32.184 s between TAI and TT, and the periodic
+// TDB - TT term toward TDB. There is no conversion out of TDB: a TDB source
+// is taken as UTC.
+//
+// Failures raise, and leave the cursor at its last stored value:
+// - "Korvane:DateTime:TimestampIsNegativeLeapSecond": a UTC input inside a
+//   second the table removes (a day without 23:59:59);
+// - "Korvane:DateTime:BadLeapSecondBoolTimeStandard": the leap-second flag
+//   set on a TAI or TT input;
+// - toward TDB, "Korvane:DateTime:TDBTSOnlySupportJulianDayTU" for a value
+//   not counted in days and "Korvane:DateTime:TDBTSOnlySupportDoubleSDT" for
+//   one not stored as double, each naming the host's mode or type.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "date_time/DateTime.hpp"
+#include "date_time/Export.hpp"
+#include "date_time/LeapSecondTableData.hpp"
+#include "host/fxp/DataValue.hpp"
+#include "host/fxp/MathControl.hpp"
+#include "host/typesys/DateTimeEnums.hpp"
+
+namespace KvDateTime {
+
+class KVDT_EXPORT TimeStandardConverter {
+ public:
+  // The common signature of the static conversions. `cursor` (may be null)
+  // is the caller's position in the table: it only moves forward, so a
+  // model stepping through non-decreasing times pays one comparison per
+  // step, and a later call for an earlier time keeps the later count.
+  // holdCursor freezes the count at the cursor's entry. The table is only
+  // read; give each thread its own cursor.
+  using StaticConverterImpl = DvLs (*)(const DvLs& value,
+                                       const LeapSecondTableData& table,
+                                       TimeStandard from, TimeStandard to,
+                                       Epoch epoch,
+                                       FXP::MathControl& mathControl,
+                                       std::uint32_t* cursor, bool holdCursor);
+
+  explicit TimeStandardConverter(TimeStandard target) noexcept
+      : target(target) {}
+  virtual ~TimeStandardConverter();
+
+  virtual DvLs convertDTValue(const DvLs& value,
+                              const LeapSecondTableData& table,
+                              TimeStandard from, TimeStandard to, Epoch epoch,
+                              FXP::MathControl& mathControl) const = 0;
+
+  // dt in this converter's target standard, same epoch and storage type.
+  DateTime convertTimeStandard(const DateTime& dt,
+                               const LeapSecondTableData& table,
+                               FXP::MathControl& mathControl) const;
+  // dt in `to`, through the function getStaticConverterImpl picks.
+  static DateTime convertTimeStandard(const DateTime& dt, TimeStandard to,
+                                      const LeapSecondTableData& table,
+                                      FXP::MathControl& mathControl,
+                                      std::uint32_t* cursor = nullptr,
+                                      bool holdCursor = false);
+  // By (from, to): TAI/TT -> UTC, TAI/TT -> TAI/TT, TAI/TT -> TDB, then,
+  // for any other source (UTC, or TDB taken as UTC), -> UTC, -> TAI/TT and
+  // -> TDB.
+  static StaticConverterImpl getStaticConverterImpl(TimeStandard from,
+                                                    TimeStandard to) noexcept;
+
+  // UTC (value 23:59:59.x with the flag set inside an inserted second) to
+  // TAI or TT. Second epochs give TAI and TT the same result: their counts
+  // carry no 32.184 s.
+  static DvLs convertUTCtoTAITTImpl(const DvLs& value,
+                                    const LeapSecondTableData& table,
+                                    TimeStandard from, TimeStandard to,
+                                    Epoch epoch, FXP::MathControl& mathControl,
+                                    std::uint32_t* cursor, bool holdCursor);
+  // 32.184 s between TAI and TT in day epochs; unchanged in second epochs.
+  static DvLs convertTAITTtoTAITTImpl(const DvLs& value,
+                                      const LeapSecondTableData& table,
+                                      TimeStandard from, TimeStandard to,
+                                      Epoch epoch,
+                                      FXP::MathControl& mathControl,
+                                      std::uint32_t* cursor, bool holdCursor);
+  // TAI instants inside an inserted second come back as 23:59:59.x with the
+  // flag set.
+  static DvLs convertTAITTtoUTCImpl(const DvLs& value,
+                                    const LeapSecondTableData& table,
+                                    TimeStandard from, TimeStandard to,
+                                    Epoch epoch, FXP::MathControl& mathControl,
+                                    std::uint32_t* cursor, bool holdCursor);
+  // Only checks that the value is not inside a removed second.
+  static DvLs convertUTCtoUTCImpl(const DvLs& value,
+                                  const LeapSecondTableData& table,
+                                  TimeStandard from, TimeStandard to,
+                                  Epoch epoch, FXP::MathControl& mathControl,
+                                  std::uint32_t* cursor, bool holdCursor);
+  // TAI or TT to TDB: TT plus the periodic TDB - TT term (within about
+  // 10 us of the full model over 1600-2200). Only for day epochs and double
+  // storage.
+  static DvLs convertTAITTtoTDBImpl(const DvLs& value,
+                                    const LeapSecondTableData& table,
+                                    TimeStandard from, TimeStandard to,
+                                    Epoch epoch, FXP::MathControl& mathControl,
+                                    std::uint32_t* cursor, bool holdCursor);
+  // UTC to TT with the cursor, then TT to TDB.
+  static DvLs convertUTCtoTDBImpl(const DvLs& value,
+                                  const LeapSecondTableData& table,
+                                  TimeStandard from, TimeStandard to,
+                                  Epoch epoch, FXP::MathControl& mathControl,
+                                  std::uint32_t* cursor, bool holdCursor);
+
+  // The leap-second total in force at `value` on the side whose instants
+  // are given (utcInstants or taiInstants): an entry is passed once value
+  // reaches its instant + 1 s. When `leapSecond` is non-null and true on
+  // entry it receives whether value lies inside the inserted second of the
+  // last passed entry (instant + 1 s <= value < instant + 2 s). A cursor
+  // beyond the end of `instants` is taken as its end.
+  static std::int32_t findLeapSecondCount(
+      const FXP::DataValue& value, std::int32_t baseCount,
+      const std::vector<FXP::DataValue>& instants,
+      const std::vector<std::int32_t>& counts, bool* leapSecond, bool julian,
+      FXP::MathControl& mathControl, std::uint32_t* cursor, bool holdCursor);
+
+  TimeStandard target;
+};
+
+class KVDT_EXPORT TimeStandardConverterUTCtoTAITT final
+    : public TimeStandardConverter {
+ public:
+  using TimeStandardConverter::TimeStandardConverter;
+  ~TimeStandardConverterUTCtoTAITT() override;
+  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
+                      TimeStandard from, TimeStandard to, Epoch epoch,
+                      FXP::MathControl& mathControl) const override;
+};
+
+class KVDT_EXPORT TimeStandardConverterTAITTtoTAITT final
+    : public TimeStandardConverter {
+ public:
+  using TimeStandardConverter::TimeStandardConverter;
+  ~TimeStandardConverterTAITTtoTAITT() override;
+  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
+                      TimeStandard from, TimeStandard to, Epoch epoch,
+                      FXP::MathControl& mathControl) const override;
+};
+
+class KVDT_EXPORT TimeStandardConverterTAITTtoUTC final
+    : public TimeStandardConverter {
+ public:
+  using TimeStandardConverter::TimeStandardConverter;
+  ~TimeStandardConverterTAITTtoUTC() override;
+  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
+                      TimeStandard from, TimeStandard to, Epoch epoch,
+                      FXP::MathControl& mathControl) const override;
+};
+
+class KVDT_EXPORT TimeStandardConverterTAITTtoTDB final
+    : public TimeStandardConverter {
+ public:
+  using TimeStandardConverter::TimeStandardConverter;
+  ~TimeStandardConverterTAITTtoTDB() override;
+  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
+                      TimeStandard from, TimeStandard to, Epoch epoch,
+                      FXP::MathControl& mathControl) const override;
+};
+
+class KVDT_EXPORT TimeStandardConverterUTCtoTDB final
+    : public TimeStandardConverter {
+ public:
+  using TimeStandardConverter::TimeStandardConverter;
+  ~TimeStandardConverterUTCtoTDB() override;
+  DvLs convertDTValue(const DvLs& value, const LeapSecondTableData& table,
+                      TimeStandard from, TimeStandard to, Epoch epoch,
+                      FXP::MathControl& mathControl) const override;
+};
+
+}  // namespace KvDateTime
