@@ -1,6 +1,6 @@
 // Reads a leap-second list in the format the IERS and the IETF publish
-// ("leap-seconds.list") into the year map the leap-second table is built
-// from. The caller reads the file; the library only parses text.
+// ("leap-seconds.list") into the year map LeapSecondTableDataCreator::build
+// takes. The caller reads the file; the library only parses text.
 //
 // Each data line is "NTP-seconds TAI-UTC [# comment]", NTP seconds counting
 // from 1900-01-01 00:00 UTC. The first line must be 1972-01-01 with TAI-UTC
@@ -16,22 +16,17 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string_view>
-#include <utility>
 
 #include "date_time/Export.hpp"
+#include "date_time/LeapSecondTableData.hpp"
 
 namespace KvDateTime {
 
-// Year -> (leap seconds after 30 June, after 31 December); +1, -1 or 0.
-// Only the years with a leap second appear.
-using LeapSecondYearMap =
-    std::map<std::int32_t, std::pair<std::int8_t, std::int8_t>>;
-
 struct LeapSecondList {
-  LeapSecondYearMap years;
+  // Only the years with a leap second appear.
+  LeapSecondYears years;
   std::optional<std::int64_t> updatedNtp;  // "#$", seconds since 1900
   std::optional<std::int64_t> expiresNtp;  // "#@", seconds since 1900
   bool hashChecked = false;  // a "#h" line was present and matched

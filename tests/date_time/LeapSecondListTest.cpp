@@ -7,7 +7,7 @@
 #include "host/diag/Diagnostic.hpp"
 
 using KvDateTime::LeapSecondListParser;
-using KvDateTime::LeapSecondYearMap;
+using KvDateTime::LeapSecondYears;
 
 namespace {
 
@@ -53,10 +53,10 @@ constexpr const char* kPublished = R"(#	Leap second list (sample for the tests)
 #h	43f05a09 47c3e64c aac6fd70 1768170f f9b7cd04
 )";
 
-LeapSecondYearMap builtInSchedule() {
+LeapSecondYears builtInSchedule() {
   using KvDateTime::detail::kLeapSecondYears;
   using KvDateTime::detail::leapSecondSchedule;
-  LeapSecondYearMap m;
+  LeapSecondYears m;
   for (int i = 0; i < kLeapSecondYears; ++i) {
     m[static_cast<std::int32_t>(leapSecondSchedule[i])] = {
         static_cast<std::int8_t>(leapSecondSchedule[kLeapSecondYears + i]),
@@ -122,7 +122,7 @@ TEST(LeapSecondList, TamperedDataFailsTheHash) {
 TEST(LeapSecondList, NegativeLeapSecondAndNoHash) {
   const auto list = LeapSecondListParser::parse(
       "2272060800 10\n2287785600 9\n2303683200 10 # back\n");
-  const LeapSecondYearMap expected = {{1972, {-1, 1}}};
+  const LeapSecondYears expected = {{1972, {-1, 1}}};
   EXPECT_EQ(list.years, expected);
   EXPECT_FALSE(list.hashChecked);
   EXPECT_FALSE(list.expiresNtp);
