@@ -9,12 +9,11 @@ using namespace KvDateTime;
 
 int main() {
   const DateTimeStruct j2000({2000, 1, 1, 12, 0, 0});
-  const double days =
-      DateTimeUtilities::calendarToJulianDate(j2000, Epoch::EpochJD,
-                                              TimeStandard::TT);
-  const std::string text = resource_core::toUtf8(
-      DateTimeStructFormatter(j2000, TimeStandard::TT)
-          .getFormattedStr(u"yyyy-MM-dd HH:mm t"));
+  const double days = DateTimeUtilities::calendarToJulianDate(
+      j2000, Epoch::EpochJD, TimeStandard::TT);
+  const std::string text =
+      resource_core::toUtf8(DateTimeStructFormatter(j2000, TimeStandard::TT)
+                                .getFormattedStr(u"yyyy-MM-dd HH:mm t"));
   const LeapSecondList list =
       LeapSecondListParser::parse("2272060800 10\n2287785600 11\n");
   std::string rejected;
