@@ -11,6 +11,7 @@
 #include <cctype>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -428,7 +429,10 @@ int runLeapSeconds(const Options& o) {
 
 // The clock runs in TAI, where every second is as long as the next: a UTC
 // count stands still during an inserted second. Each step is shown in the
-// requested standards, all converted with one lookup cursor.
+// requested standards, all converted with one lookup cursor. Step i is the
+// start plus i steps in one addition, not i additions: in a double day
+// count the rounding of repeated 0.25 s steps piles up enough to put a step
+// on the wrong side of a leap second's edge.
 int runStep(const Options& o) {
   const Epoch epoch = parseEpoch(o.epoch);
   const TimeStandard ts = parseStandard(o.standard);
@@ -436,6 +440,9 @@ int runStep(const Options& o) {
   const std::vector<TimeStandard> shown = parseStandards(o.show);
   const std::u16string pattern =
       validPattern(o.pattern.empty() ? "yyyy-MM-dd HH:mm:ss.SSS t" : o.pattern);
+  if (!std::isfinite(o.step)) {
+    fail("BadStep", "The step must be a finite number of seconds.");
+  }
   if (o.count < 1 || o.count > 1000000) {
     fail("BadCount", "The step count must be from 1 to 1000000.");
   }
@@ -443,10 +450,15 @@ int runStep(const Options& o) {
   FXP::MathControl control =
       FXP::MathControl::createFullPrecisionNearSatMathControl();
   std::uint32_t cursor = 0;
-  DateTime clock = TimeStandardConverter::convertTimeStandard(
+  const DateTime start = TimeStandardConverter::convertTimeStandard(
       startValue(o.input, epoch, ts, type), TimeStandard::TAI, table, control);
   Json steps = Json::array();
   for (int i = 0; i < o.count; ++i) {
+    DateTime clock = start;
+    if (clock.addWithOverflowCheck(o.step * i, control)) {
+      fail("Overflow", "Stepping left the range of the storage type " +
+                           typeName(type) + ".");
+    }
     Json row = Json::object();
     std::string line;
     for (TimeStandard s : shown) {
@@ -460,10 +472,6 @@ int runStep(const Options& o) {
       steps.push_back(row);
     } else {
       std::cout << line << '\n';
-    }
-    if (i + 1 < o.count && clock.addWithOverflowCheck(o.step, control)) {
-      fail("Overflow", "Stepping left the range of the storage type " +
-                           typeName(type) + ".");
     }
   }
   if (o.json) std::cout << Json{{"steps", steps}}.dump(2) << '\n';

@@ -83,6 +83,7 @@ BAD = [
     (["check-format", "s.SSS s.SS"],
      "Korvane:DateTime:MultipleFractionalSecondTokens"),
     (["step", "2016-12-31 23:59:59", "--count", "0"], "Korvane:kvdt:BadCount"),
+    (["step", "2016-12-31 23:59:59", "--step", "nan"], "Korvane:kvdt:BadStep"),
     (["step", "2016-12-31 23:59:59", "--step", "1e9", "--count", "3",
       "--type", "s32.0"], "Korvane:kvdt:Overflow"),
     (["leap-seconds", "--leap-seconds-list", "/nonexistent/list"],
@@ -111,6 +112,14 @@ for args in (["convert", "2016-12-31 23:59:60.5", "--to-standard", "tai"],
 rc, out, _ = run(["leap-seconds", "--json"])
 check(rc == 0 and len(json.loads(out)["entries"]) == 27 and
       json.loads(out)["entries"][-1]["total"] == 27, "27 built-in entries")
+
+# A double day count must still land each step on the right side of the
+# leap second's edges.
+rc, out, _ = run(["step", "2016-12-31 23:59:59", "--step", "0.25", "--count",
+                  "9", "--epoch", "j2000", "--show", "utc"])
+check(rc == 0 and out.splitlines()[4] == "2016-12-31 23:59:60.000 UTC" and
+      out.splitlines()[8] == "2017-01-01 00:00:00.000 UTC",
+      f"j2000 double steps: {rc} {out!r}")
 
 DATA = [(2272060800, 10), (2287785600, 11), (2303683200, 12), (2335219200, 13),
         (2366755200, 14), (2398291200, 15), (2429913600, 16), (2461449600, 17),
