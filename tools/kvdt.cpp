@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -248,6 +249,11 @@ std::string ntpDate(std::int64_t ntp) {
 LeapSecondTableData loadTable(const std::string& path, Epoch epoch,
                               const FXP::DataType& type) {
   if (path.empty()) return LeapSecondTableDataCreator::build(epoch, type);
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    fail("CannotReadList",
+         "The leap-second list \"" + path + "\" is a directory, not a file.");
+  }
   std::ifstream in(path, std::ios::binary);
   std::stringstream text;
   text << in.rdbuf();
@@ -269,6 +275,9 @@ DateTime startValue(const std::string& text, Epoch epoch, TimeStandard ts,
                     const FXP::DataType& type) {
   double number = 0;
   if (wholeNumber(std::string_view(text), number)) {
+    if (!std::isfinite(number)) {
+      fail("BadValue", "A stored value must be a finite number.");
+    }
     return DateTime(DvLs{FXP::DataValue::fromDouble(type, number, {}), false},
                     epoch, ts);
   }
@@ -328,8 +337,12 @@ int runConvert(const Options& o) {
   const std::u16string pattern =
       o.pattern.empty() ? u"" : validPattern(o.pattern);
 
+  // A value that does not fit the target type is an error, not a
+  // saturated number passed off as the answer.
+  FixptRangeMath::FixptRangeMathLogger overflow;
   FXP::MathControl control =
       FXP::MathControl::createFullPrecisionNearSatMathControl();
+  control.setMathLogger(&overflow);
   DateTime dt = startValue(o.input, epoch, ts, type);
   const Json in = describe(dt, u"");
   // Epoch and type first: TDB exists only for a double counting days, so
@@ -344,6 +357,10 @@ int runConvert(const Options& o) {
   if (toTs != ts) {
     dt = TimeStandardConverter::convertTimeStandard(
         dt, toTs, loadTable(o.list, toEpoch, toType), control);
+  }
+  if (overflow.overflowOccurred()) {
+    fail("OutOfRange",
+         "The value does not fit the storage type " + typeName(toType) + ".");
   }
   const Json out = describe(dt, pattern);
   if (o.json) {
