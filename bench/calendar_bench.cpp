@@ -22,6 +22,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "bench/RandomReading.hpp"
 #include "bench/RatioReport.hpp"
 #include "date_time/DateTimeUtilities.hpp"
 
@@ -46,17 +47,8 @@ const Inputs& inputs() {
   static const Inputs in = [] {
     Inputs r{};
     std::mt19937_64 rng(42);
-    using namespace date;
-    const sys_days first = year{1400} / 1 / 1, last = year{9999} / 12 / 31;
-    std::uniform_int_distribution<int> day(0, (last - first).count());
-    std::uniform_int_distribution<int> hour(0, 23), minute(0, 59), sec(0, 59);
-    std::uniform_real_distribution<double> frac(0.0, 1.0);
     for (std::size_t i = 0; i < kInputs; ++i) {
-      const year_month_day ymd{first + days{day(rng)}};
-      r.cal[i] = DateTimeStruct({double(int(ymd.year())),
-                                 double(unsigned(ymd.month())),
-                                 double(unsigned(ymd.day())), double(hour(rng)),
-                                 double(minute(rng)), sec(rng) + frac(rng)});
+      r.cal[i] = kvbench::randomReading(rng);
       r.taiSeconds[i] = DateTimeUtilities::calendarToEpochTime(
           r.cal[i], Epoch::Epoch1970, TimeStandard::TAI);
       r.jd[i] = DateTimeUtilities::calendarToJulianDate(

@@ -19,6 +19,12 @@ namespace {
 // type of up to 128 bits can carry below one unit to within 2^-64.
 constexpr FXP::DataType kSplitType = FXP::DataType::fixedT(true, 128, 64);
 constexpr FXP::DataType kWholeType = FXP::DataType::fixedT(true, 64, 0);
+// Nearest with ties up brings a reading into its storage type; floor with
+// wrap splits a value and adds the parts. Built at compile time so that no
+// code checking the codes runs per call.
+constexpr FXP::MathMode kNearest(FXP::MathMode::kNearestTiesUp,
+                                 FXP::MathMode::kSaturate);
+constexpr FXP::MathMode kFloorWrap(FXP::MathMode::kFloor, FXP::MathMode::kWrap);
 
 bool isLastSecondOfHalfYear(const DateTimeStruct& cal) {
   const bool halfYearEnd = (cal.month == 6.0 && cal.day == 30.0) ||
@@ -53,13 +59,10 @@ DvLs DateTime::convertDateTimeStructToDV(const DateTimeStruct& cal, Epoch epoch,
     reading.second -= 1.0;
     out.isLeapSecond = true;
   }
-  // Nearest, ties up: the rounding of a reading into its storage type.
-  const FXP::MathMode nearest(FXP::MathMode::kNearestTiesUp,
-                              FXP::MathMode::kSaturate);
   if (DateTimeUtilities::isJulianCompatibleEpoch(epoch)) {
     out.value = FXP::DataValue::fromDouble(
         type, DateTimeUtilities::calendarToJulianDate(reading, epoch, ts),
-        nearest);
+        kNearest);
     return out;
   }
   // Whole seconds and the fraction travel apart: a double counting seconds
@@ -67,30 +70,74 @@ DvLs DateTime::convertDateTimeStructToDV(const DateTimeStruct& cal, Epoch epoch,
   // storage must receive the whole seconds exactly.
   const EpochTimeStruct ets =
       DateTimeUtilities::calendarToEpochTime(reading, epoch, ts);
-  FXP::MathControl floorWrap =
-      FXP::MathControl::createFullPrecisionFloorWrapMathControl();
+  FXP::MathControl floorWrap(kFloorWrap);
+  const FXP::DataValue fraction =
+      FXP::DataValue::fromDouble(type, ets.fractionalPart, kNearest);
+  // Below 2^53 the whole count is exact as a double, and bringing it into
+  // the storage type first (floored and wrapped, as the sum would be) gives
+  // the same bits as the mixed-type sum: the fraction value is a multiple
+  // of the type's step, so flooring commutes with adding it, and wrapping
+  // is modular. The same-type sum then stays on the inline fast path.
+  if (ets.wholePart >= -(std::int64_t{1} << 53) &&
+      ets.wholePart <= (std::int64_t{1} << 53)) {
+    out.value = FXP::DataValue::fromDouble(
+                    type, static_cast<double>(ets.wholePart), kFloorWrap)
+                    .add(type, fraction, floorWrap);
+    return out;
+  }
   out.value =
-      FXP::DataValue::fromInt64(ets.wholePart)
-          .add(type,
-               FXP::DataValue::fromDouble(type, ets.fractionalPart, nearest),
-               floorWrap);
+      FXP::DataValue::fromInt64(ets.wholePart).add(type, fraction, floorWrap);
   return out;
 }
 
+namespace {
+
+// A low word within 2^10 of 2^64 converts to 2^64 as a double; the rest must
+// stay below one unit, so it is held at the largest double below 1.
+double belowOne(double fraction) {
+  return std::fmin(fraction, 0x1.fffffffffffffp-1);
+}
+
+}  // namespace
+
 EpochTimeStruct DateTime::splitStorageValue(const FXP::DataValue& value) {
-  FXP::MathControl floorWrap =
-      FXP::MathControl::createFullPrecisionFloorWrapMathControl();
+  // Fast paths with the same result as the 128-bit route below: where the
+  // value's step is at least 2^-64 nothing is floored away on the way to
+  // 64 fraction bits, and the rest, exact on that grid, is then rounded once
+  // to a double either way.
+  const FXP::DataType& type = value.getDataType();
+  if (type.isDouble()) {
+    const double d = value.toDouble();
+    const double a = std::fabs(d);
+    if (d == 0 || (a >= 0x1p-11 && a < 0x1p62)) {
+      const double whole = std::floor(d);
+      return EpochTimeStruct{static_cast<std::int64_t>(whole),
+                             belowOne(d - whole)};
+    }
+  } else if (type.wordLength() <= 64 && type.fractionLength() >= 0 &&
+             type.fractionLength() < 64) {
+    const int f = type.fractionLength();
+    const std::array<std::uint32_t, 4> words = value.getFatVal();
+    const std::uint64_t bits =
+        (static_cast<std::uint64_t>(words[1]) << 32) | words[0];
+    // Unsigned words below 64 bits and signed ones are exact as int64; an
+    // unsigned 64-bit word above 2^63 shifts as unsigned.
+    const std::int64_t whole = type.isSigned()
+                                   ? static_cast<std::int64_t>(bits) >> f
+                                   : static_cast<std::int64_t>(bits >> f);
+    const std::uint64_t rest =
+        f == 0 ? 0 : bits & (~std::uint64_t{0} >> (64 - f));
+    return EpochTimeStruct{
+        whole, belowOne(static_cast<double>(rest) * FXP::detail::pow2(-f))};
+  }
+  FXP::MathControl floorWrap(kFloorWrap);
   const FXP::DataValue wide = value.convert(kSplitType, floorWrap);
   std::int64_t whole;
   wide.convert(kWholeType, floorWrap).toCompact(&whole, sizeof whole);
   const std::array<std::uint32_t, 4> words = wide.getFatVal();
   const std::uint64_t low =
       (static_cast<std::uint64_t>(words[1]) << 32) | words[0];
-  // A low word within 2^10 of 2^64 converts to 2^64 as a double; the rest
-  // must stay below one unit, so it is held at the largest double below 1.
-  const double fraction =
-      std::fmin(static_cast<double>(low) * 0x1p-64, 0x1.fffffffffffffp-1);
-  return EpochTimeStruct{whole, fraction};
+  return EpochTimeStruct{whole, belowOne(static_cast<double>(low) * 0x1p-64)};
 }
 
 DateTimeStruct DateTime::convertDVToDateTimeStruct(const DvLs& valueAndFlag,

@@ -35,8 +35,11 @@ class voArray {
   std::uint64_t numberOfElements() const noexcept { return elements_; }
   // numberOfElements() elements of the class, the imaginary parts after the
   // real ones for a complex array; 8-byte aligned, enough for every class.
-  void* data() noexcept { return data_.data(); }
-  const void* data() const noexcept { return data_.data(); }
+  // Null when the array has no elements.
+  void* data() noexcept { return data_.empty() ? nullptr : data_.data(); }
+  const void* data() const noexcept {
+    return data_.empty() ? nullptr : data_.data();
+  }
 
  private:
   friend voArray* voCreateNumericArray(const std::vector<std::uint64_t>&,

@@ -87,7 +87,6 @@ TEST(DateTimeConverter, FactoryPicksByFamilyAndSameEpochAddsNothing) {
   };
   const Case cases[] = {
       {Epoch::EpochMJD, Epoch::EpochMJD, typeid(DateTimeConverterSameEpoch)},
-      {Epoch::Epoch1900, Epoch::Epoch1900, typeid(DateTimeConverterSameEpoch)},
       {Epoch::EpochJD, Epoch::EpochJ2000, typeid(DateTimeConverterJD2JD)},
       {Epoch::Epoch1958, Epoch::Epoch1970, typeid(DateTimeConverterSec2Sec)},
       {Epoch::EpochMJD, Epoch::Epoch1900, typeid(DateTimeConverterJD2Sec)},

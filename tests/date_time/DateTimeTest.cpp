@@ -144,33 +144,56 @@ TEST(DateTimeValue, MatchesExactOracleAndReadsBack) {
   }
 }
 
-TEST(DateTimeValue, SplitFloorsToWholeAndNonNegativeRest) {
-  struct Case {
-    DataType type;
-    double value;
-    EpochTimeStruct want;
+// Every word length, signedness and a spread of fraction lengths, and
+// doubles of every magnitude: the split is floor(value) wrapped to 64 bits
+// and the rest floored to 64 fraction bits, then rounded once to a double.
+TEST(DateTimeValue, SplitMatchesExactFloorForEveryType) {
+  std::mt19937_64 rng(11);
+  const auto expectSplit = [](const DataValue& v, const mp::cpp_rational& x) {
+    mp::cpp_int whole = mp::numerator(x) / mp::denominator(x);
+    if (whole * mp::denominator(x) > mp::numerator(x)) --whole;
+    const mp::cpp_rational rest =
+        (x - mp::cpp_rational(whole)) * mp::cpp_rational(mp::cpp_int(1) << 64);
+    const mp::cpp_int low = mp::numerator(rest) / mp::denominator(rest);
+    double frac = std::ldexp(low.convert_to<double>(), -64);
+    if (frac == 1.0) frac = std::nextafter(1.0, 0.0);
+    const EpochTimeStruct got = DateTime::splitStorageValue(v);
+    ASSERT_EQ(mp::cpp_int(got.wholePart),
+              wrapTo(whole, DataType::fixedT(true, 64, 0)));
+    ASSERT_EQ(got.fractionalPart, frac);
   };
-  const Case cases[] = {
-      {DataType::doubleT(), -2.25, {-3, 0.75}},
-      {DataType::fixedT(true, 128, 64), -2.25, {-3, 0.75}},
-      {DataType::fixedT(false, 64, 32), 7.5, {7, 0.5}},
-      {DataType::fixedT(true, 8, -4), -32.0, {-32, 0.0}},
-      {DataType::fixedT(true, 32, 0), -1.0, {-1, 0.0}},
-  };
-  for (const Case& c : cases)
-    EXPECT_EQ(DateTime::splitStorageValue(
-                  DataValue::fromDouble(c.type, c.value, FXP::MathMode())),
-              c.want)
-        << c.value;
+  for (int w = 1; w <= 128; ++w)
+    for (bool sgn : {false, true})
+      for (int f : {-5, 0, w / 2, w, 63, 64, 70}) {
+        const DataType t = DataType::fixedT(sgn, w, f);
+        for (int i = 0; i < 8; ++i) {
+          std::array<std::uint64_t, 2> raw{rng(), rng()};
+          FXP::MathControl wrap(FXP::MathMode(0, 0));
+          const DataValue v =
+              DataValue::fromCompact(DataType::fixedT(true, 128, 0), raw.data())
+                  .convert(t, wrap);
+          SCOPED_TRACE(testing::Message()
+                       << "w" << w << " f" << f << " s" << sgn);
+          const mp::cpp_rational scale(mp::cpp_int(1) << std::abs(f));
+          const mp::cpp_rational x =
+              f >= 0 ? mp::cpp_rational(storedInteger(v)) / scale
+                     : mp::cpp_rational(storedInteger(v)) * scale;
+          expectSplit(v, x);
+        }
+      }
   // A rest of 1 - 2^-64 rounds to 1.0 as a double and must stay below it.
-  std::array<std::uint8_t, 16> bytes;
-  bytes.fill(0xff);
-  bytes[8] = 0x05, bytes[15] = 0;
-  for (int i = 9; i < 15; ++i) bytes[i] = 0;
-  const EpochTimeStruct s = DateTime::splitStorageValue(
-      DataValue::fromCompact(DataType::fixedT(true, 128, 64), bytes.data()));
-  EXPECT_EQ(s.wholePart, 5);
-  EXPECT_LT(s.fractionalPart, 1.0);
+  const std::array<std::uint64_t, 2> justBelow6{~std::uint64_t{0}, 5};
+  const DataValue v6 = DataValue::fromCompact(DataType::fixedT(true, 128, 64),
+                                              justBelow6.data());
+  expectSplit(v6, mp::cpp_rational(storedInteger(v6)) /
+                      mp::cpp_rational(mp::cpp_int(1) << 64));
+  for (int e = -80; e <= 70; ++e)
+    for (double sign : {1.0, -1.0}) {
+      const double d =
+          sign * std::ldexp(1.0 + std::ldexp(double(rng() >> 12), -52), e);
+      SCOPED_TRACE(d);
+      expectSplit(DataValue::fromDouble(DataType::doubleT(), d, {}), exact(d));
+    }
 }
 
 TEST(DateTimeValue, LeapSecondFlagFollowsTheRules) {
@@ -201,13 +224,9 @@ TEST(DateTimeValue, LeapSecondFlagFollowsTheRules) {
   const Flagged flagged[] = {
       {handFilled(2016, 12, 31, 23, 59, 59), TimeStandard::TT,
        "BadLeapSecondBoolTimeStandard"},
-      {handFilled(2016, 12, 31, 23, 59, 59), TimeStandard::TAI,
-       "BadLeapSecondBoolTimeStandard"},
       {handFilled(2016, 6, 15, 12, 0, 0), TimeStandard::UTC,
        "BadLeapSecondBoolTimestamp"},
       {handFilled(2016, 6, 30, 23, 59, 58.9), TimeStandard::UTC,
-       "BadLeapSecondBoolTimestamp"},
-      {handFilled(2016, 12, 30, 23, 59, 59), TimeStandard::UTC,
        "BadLeapSecondBoolTimestamp"},
       {handFilled(2016, 6, 30, 23, 59, 59), TimeStandard::UTC, ""},
       {handFilled(2016, 12, 31, 23, 59, 59.25), TimeStandard::UTC, ""},
@@ -222,41 +241,26 @@ TEST(DateTimeValue, LeapSecondFlagFollowsTheRules) {
 TEST(DateTimeValue, RangeTestUsesIntegerBitsOfTheType) {
   struct Case {
     DateTimeStruct cal;
-    Epoch epoch;
     DataType type;
     bool inRange;
   };
+  const DataType u32 = DataType::fixedT(false, 32, 0),
+                 i32 = DataType::fixedT(true, 32, 0),
+                 i8f16 = DataType::fixedT(true, 8, 16);
   const Case cases[] = {
-      {handFilled(1400, 1, 1, 0, 0, 0), Epoch::Epoch1970,
-       DataType::fixedT(true, 64, 0), true},
-      {handFilled(1970, 1, 1, 0, 0, 0), Epoch::Epoch1970,
-       DataType::fixedT(false, 32, 0), true},
-      {handFilled(1969, 12, 31, 23, 59, 59), Epoch::Epoch1970,
-       DataType::fixedT(false, 32, 0), false},
-      {handFilled(2106, 2, 7, 6, 28, 15), Epoch::Epoch1970,
-       DataType::fixedT(false, 32, 0), true},  // 2^32 - 1
-      {handFilled(2106, 2, 7, 6, 28, 16), Epoch::Epoch1970,
-       DataType::fixedT(false, 32, 0), false},
-      {handFilled(2038, 1, 19, 3, 14, 7), Epoch::Epoch1970,
-       DataType::fixedT(true, 32, 0), true},
-      {handFilled(2038, 1, 19, 3, 14, 8), Epoch::Epoch1970,
-       DataType::fixedT(true, 32, 0), false},
-      {handFilled(1901, 12, 13, 20, 45, 52), Epoch::Epoch1970,
-       DataType::fixedT(true, 32, 0), true},
-      {handFilled(1901, 12, 13, 20, 45, 51), Epoch::Epoch1970,
-       DataType::fixedT(true, 32, 0), false},
-      {handFilled(1969, 1, 1, 0, 0, 0), Epoch::Epoch1970,
-       DataType::fixedT(false, 96, 32), false},
-      {handFilled(1969, 1, 1, 0, 0, 0), Epoch::Epoch1970,
-       DataType::fixedT(true, 128, 0), true},
-      {handFilled(1970, 1, 1, 0, 0, 0), Epoch::Epoch1970,
-       DataType::fixedT(true, 8, 16), true},
-      {handFilled(1970, 1, 1, 0, 0, 1), Epoch::Epoch1970,
-       DataType::fixedT(true, 8, 16), false},
+      {handFilled(1400, 1, 1, 0, 0, 0), DataType::fixedT(true, 64, 0), true},
+      {handFilled(1970, 1, 1, 0, 0, 0), u32, true},
+      {handFilled(1969, 12, 31, 23, 59, 59), u32, false},
+      {handFilled(2106, 2, 7, 6, 28, 16), u32, false},
+      {handFilled(2038, 1, 19, 3, 14, 7), i32, true},
+      {handFilled(2038, 1, 19, 3, 14, 8), i32, false},
+      {handFilled(1969, 1, 1, 0, 0, 0), DataType::fixedT(false, 96, 32), false},
+      {handFilled(1970, 1, 1, 0, 0, 0), i8f16, true},
+      {handFilled(1970, 1, 1, 0, 0, 1), i8f16, false},
   };
   for (const Case& c : cases)
-    EXPECT_EQ(DateTime::isValueInRangeOfType(c.cal, c.epoch, TimeStandard::UTC,
-                                             c.type),
+    EXPECT_EQ(DateTime::isValueInRangeOfType(c.cal, Epoch::Epoch1970,
+                                             TimeStandard::UTC, c.type),
               c.inRange)
         << c.cal.year << "-" << c.cal.month << " w" << c.type.wordLength();
   // A double type never asks the calendar: an invalid record passes.
@@ -383,8 +387,6 @@ TEST(DateTimeUtilitiesOfTimePoints, DayOfWeekAndValidation) {
       {Epoch::EpochJ2000, TimeStandard::TT, 0.0, 7},
       {Epoch::EpochJD, TimeStandard::UTC, 2451544.5, 7},  // 2000-01-01
       {Epoch::Epoch1900, TimeStandard::UTC, 0, 2},
-      {Epoch::Epoch1970, TimeStandard::UTC, 1e300,
-       1 + int(std::fmod(std::floor((1e300 + 345600) / 86400), 7))},
   };
   for (const Day& d : days) {
     const DateTime dt(
