@@ -5,7 +5,7 @@
 
 PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
             libgtest-dev libbenchmark-dev liberfa-dev libhowardhinnant-date-dev \
-            libicu-dev libfmt-dev
+            libicu-dev libfmt-dev libcli11-dev nlohmann-json3-dev python3
 JOBS     ?= $(shell nproc)
 BUILD    ?= build/release
 ASAN     ?= build/asan

@@ -4,6 +4,7 @@
 #include "date_time/DateTimeStruct.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/DateTimeUtilities.hpp"
+#include "date_time/LeapSecondList.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "date_time/diagnostics/Raise.hpp"
 #include "host/diag/Diagnostic.hpp"

@@ -28,6 +28,27 @@ constexpr std::array kCatalog = {
     CatalogEntry{"Korvane:DateTime:BadLeapSecondBoolTimestamp",
                  "The value is marked as a leap second, but it is not the last "
                  "second of 30 June or 31 December."},
+    CatalogEntry{"Korvane:DateTime:BadLeapSecondListDate",
+                 "Line {0} of the leap-second list is not at 00:00 on 1 January "
+                 "or 1 July, later than the line before it."},
+    CatalogEntry{"Korvane:DateTime:BadLeapSecondListEmpty",
+                 "The leap-second list has no data lines (line {0} is past its "
+                 "end)."},
+    CatalogEntry{"Korvane:DateTime:BadLeapSecondListHash",
+                 "The hash on line {0} of the leap-second list does not match "
+                 "its data: the list is damaged or was edited."},
+    CatalogEntry{"Korvane:DateTime:BadLeapSecondListLine",
+                 "Line {0} of the leap-second list is malformed: expected "
+                 "\"NTP-seconds TAI-UTC\" as two whole numbers, a comment, or "
+                 "one \"#$\", \"#@\" (a number) or \"#h\" (five hex words) "
+                 "line."},
+    CatalogEntry{"Korvane:DateTime:BadLeapSecondListStart",
+                 "Line {0} of the leap-second list must be the start of UTC "
+                 "with leap seconds: \"2272060800 10\" (1972-01-01, TAI-UTC "
+                 "10 s)."},
+    CatalogEntry{"Korvane:DateTime:BadLeapSecondListStep",
+                 "Line {0} of the leap-second list changes TAI-UTC by other "
+                 "than one second."},
     CatalogEntry{"Korvane:DateTime:BadMinute",
                  "The minute must be a whole number from 0 to 59."},
     CatalogEntry{"Korvane:DateTime:BadMonth",

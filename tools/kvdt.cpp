@@ -1,0 +1,612 @@
+// kvdt: the library's conversions, formatting and leap-second table from the
+// command line, for people checking a model's times by hand and for scripts
+// (--json). The library itself reads no files; this tool is where a
+// leap-second list on disk meets LeapSecondListParser.
+//
+// Every failure ends with "<identifier>: <message>" on stderr and status 2.
+// The library's own failures keep their "Korvane:DateTime:..." identifiers;
+// the tool's (arguments the library never sees) are "Korvane:kvdt:...".
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "date_time/DateTime.hpp"
+#include "date_time/DateTimeConverter.hpp"
+#include "date_time/DateTimeStructFormatter.hpp"
+#include "date_time/DateTimeUtilities.hpp"
+#include "date_time/LeapSecondList.hpp"
+#include "date_time/LeapSecondTableData.hpp"
+#include "date_time/LeapSecondUtilities.hpp"
+#include "date_time/TimeStandardConverter.hpp"
+#include "host/diag/MessageCatalog.hpp"
+#include "host/typesys/DateTimeDefs.hpp"
+
+using namespace KvDateTime;
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+struct ToolError {
+  std::string identifier;
+  std::string message;
+};
+
+[[noreturn]] void fail(const std::string& id, const std::string& message) {
+  throw ToolError{"Korvane:kvdt:" + id, message};
+}
+
+std::string lower(std::string s) {
+  std::transform(s.begin(), s.end(), s.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  return s;
+}
+
+constexpr const char* kEpochNames[] = {"1970", "1900", "1958",
+                                       "jd",   "mjd",  "j2000"};
+
+Epoch parseEpoch(const std::string& text) {
+  for (int e = 0; e < 6; ++e) {
+    if (lower(text) == kEpochNames[e]) return Epoch(e);
+  }
+  fail("UnknownEpoch", "Unknown epoch \"" + text +
+                           "\": use 1970, 1900, 1958, jd, mjd or j2000.");
+}
+
+TimeStandard parseStandard(const std::string& text) {
+  const std::string s = lower(text);
+  if (s == "tai") return TimeStandard::TAI;
+  if (s == "utc") return TimeStandard::UTC;
+  if (s == "tt") return TimeStandard::TT;
+  if (s == "tdb") return TimeStandard::TDB;
+  fail("UnknownStandard",
+       "Unknown time standard \"" + text + "\": use tai, utc, tt or tdb.");
+}
+
+std::vector<TimeStandard> parseStandards(const std::string& text) {
+  std::vector<TimeStandard> out;
+  std::stringstream in(text);
+  for (std::string item; std::getline(in, item, ',');) {
+    out.push_back(parseStandard(item));
+  }
+  if (out.empty()) fail("UnknownStandard", "No time standard given.");
+  return out;
+}
+
+template <typename T>
+bool wholeNumber(std::string_view s, T& out) {
+  const auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), out);
+  return ec == std::errc() && end == s.data() + s.size();
+}
+
+// "double", or s<word>.<fraction> / u<word>.<fraction> for fixed point:
+// "s64.20" is signed, 64 bits, 20 of them after the binary point.
+FXP::DataType parseType(const std::string& text) {
+  const std::string s = lower(text);
+  if (s == "double") return FXP::DataType::doubleT();
+  const std::size_t dot = s.find('.');
+  int word = 0, fraction = 0;
+  if (s.size() > 1 && (s[0] == 's' || s[0] == 'u') &&
+      dot != std::string::npos &&
+      wholeNumber(std::string_view(s).substr(1, dot - 1), word) &&
+      wholeNumber(std::string_view(s).substr(dot + 1), fraction)) {
+    try {
+      return FXP::DataType::fixedT(s[0] == 's', word, fraction);
+    } catch (const std::invalid_argument&) {
+    }
+  }
+  fail("UnknownType", "Unknown storage type \"" + text +
+                          "\": use double, or s<bits>.<fraction bits> / "
+                          "u<bits>.<fraction bits> with 1 to 128 bits, such "
+                          "as s64.20.");
+}
+
+std::string typeName(const FXP::DataType& t) {
+  if (t.isDouble()) return "double";
+  return (t.isSigned() ? "s" : "u") + std::to_string(t.wordLength()) + '.' +
+         std::to_string(t.fractionLength());
+}
+
+// "YYYY-MM-DD HH:MM:SS[.fff]" (or with a 'T'); seconds may be 60.x.
+DateTimeStruct parseReading(const std::string& text) {
+  DateTimeUtilities::CalendarValues v{};
+  const char* p = text.data();
+  const char* end = p + text.size();
+  const char separators[] = {'-', '-', ' ', ':', ':'};
+  bool ok = true;
+  for (int i = 0; i < 5 && ok; ++i) {
+    long long n = 0;
+    const auto r = std::from_chars(p, end, n);
+    ok = r.ec == std::errc() && r.ptr != end &&
+         (*r.ptr == separators[i] || (i == 2 && *r.ptr == 'T'));
+    v[i] = static_cast<double>(n);
+    p = r.ptr + 1;
+  }
+  if (ok) {
+    const auto r = std::from_chars(p, end, v[5], std::chars_format::fixed);
+    ok = r.ec == std::errc() && r.ptr == end && p < end && *p != '-';
+  }
+  if (!ok) {
+    fail("BadReading", "\"" + text +
+                           "\" is not a calendar reading of the form "
+                           "YYYY-MM-DD HH:MM:SS[.fff].");
+  }
+  return DateTimeStruct(v);
+}
+
+void throwIfSet(kvsvDiagnostic d) {
+  if (d) kvsvThrowIExceptionFromDiagnostic(d, nullptr);
+}
+
+// Validated for its standard, so that an impossible reading is reported as
+// such and never silently normalised.
+DateTimeStruct validReading(const std::string& text, TimeStandard ts) {
+  const DateTimeStruct cal = parseReading(text);
+  throwIfSet(DateTimeUtilities::validateDateTime(
+      {cal.year, cal.month, cal.day, cal.hour, cal.minute, cal.second}, ts));
+  return cal;
+}
+
+std::u16string widen(const std::string& utf8) {
+  std::u16string out;
+  for (std::size_t i = 0; i < utf8.size();) {
+    const unsigned char c = utf8[i];
+    const int n = c < 0x80 ? 1 : c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : 2;
+    char32_t cp = n == 1 ? c : c & (0x7F >> n);
+    for (int k = 1; k < n && i + k < utf8.size(); ++k) {
+      cp = (cp << 6) | (static_cast<unsigned char>(utf8[i + k]) & 0x3F);
+    }
+    i += n;
+    if (cp >= 0x10000) {
+      out += static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
+      out += static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
+    } else {
+      out += static_cast<char16_t>(cp);
+    }
+  }
+  return out;
+}
+
+std::u16string validPattern(const std::string& pattern) {
+  std::u16string p = widen(pattern);
+  throwIfSet(DateTimeStructFormatter::validateFormat(p));
+  return p;
+}
+
+std::string render(const DateTimeStruct& cal, TimeStandard ts,
+                   const std::u16string& pattern) {
+  return resource_core::toUtf8(
+      DateTimeStructFormatter(cal, ts).getFormattedStr(pattern));
+}
+
+const std::u16string kReadingPattern = u"yyyy-MM-dd HH:mm:ss.SSSSSS";
+
+// The stored value exactly: a double with the digits that read back to it,
+// fixed point as the exact decimal of integer / 2^fraction.
+std::string storedText(const FXP::DataValue& v) {
+  const FXP::DataType& t = v.getDataType();
+  char buf[64];
+  if (t.isDouble()) {
+    const auto r = std::to_chars(buf, buf + sizeof buf, v.toDouble());
+    return std::string(buf, r.ptr);
+  }
+  unsigned char bytes[16] = {};
+  v.toCompact(bytes, sizeof bytes);
+  const std::size_t n = t.sizeofCompact();
+  const bool negative = t.isSigned() && (bytes[n - 1] & 0x80);
+  if (negative) std::fill(bytes + n, bytes + 16, 0xFF);
+  FXP::UInt128 raw = 0;
+  for (int i = 15; i >= 0; --i) raw = (raw << 8) | bytes[i];
+  if (negative) raw = ~raw + 1;  // magnitude
+  const int f = t.fractionLength();
+  if (f < 0 || f > 120) {
+    return "raw " + std::string(negative ? "-" : "") +
+           std::to_string(static_cast<unsigned long long>(raw)) + " * 2^" +
+           std::to_string(-f);
+  }
+  FXP::UInt128 whole = raw >> f;
+  FXP::UInt128 rest = raw - (whole << f);
+  std::string digits;
+  do {
+    digits.insert(digits.begin(), static_cast<char>('0' + whole % 10));
+    whole /= 10;
+  } while (whole != 0);
+  if (rest != 0) digits += '.';
+  while (rest != 0) {
+    rest *= 10;
+    digits += static_cast<char>('0' + (rest >> f));
+    rest -= (rest >> f) << f;
+  }
+  return (negative ? "-" : "") + digits;
+}
+
+std::int64_t nowNtp() {
+  using namespace std::chrono;
+  return duration_cast<seconds>(system_clock::now().time_since_epoch())
+             .count() +
+         LeapSecondListParser::kNtpTo1970;
+}
+
+std::string ntpDate(std::int64_t ntp) {
+  const DateTimeStruct cal = DateTimeUtilities::epochTimeToCalendar(
+      {ntp - LeapSecondListParser::kNtpTo1970, 0.0}, Epoch::Epoch1970,
+      TimeStandard::UTC);
+  return render(cal, TimeStandard::UTC, u"yyyy-MM-dd");
+}
+
+// The built-in schedule, or the list in `path`. An expired list is still
+// used (it is the best the user has) but said so on stderr.
+LeapSecondTableData loadTable(const std::string& path, Epoch epoch,
+                              const FXP::DataType& type) {
+  if (path.empty()) return LeapSecondTableDataCreator::build(epoch, type);
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    fail("CannotReadList",
+         "The leap-second list \"" + path + "\" is a directory, not a file.");
+  }
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  if (!in) {
+    fail("CannotReadList",
+         "Cannot read the leap-second list \"" + path + "\".");
+  }
+  const LeapSecondList list = LeapSecondListParser::parse(text.str());
+  if (LeapSecondListParser::isExpired(list, nowNtp())) {
+    std::cerr << "kvdt: warning: the leap-second list \"" << path
+              << "\" expired on " << ntpDate(*list.expiresNtp)
+              << "; leap seconds announced since then may be missing.\n";
+  }
+  return LeapSecondTableDataCreator::build(list.years, epoch, type);
+}
+
+// A reading or, when the text is a plain number, a stored value.
+DateTime startValue(const std::string& text, Epoch epoch, TimeStandard ts,
+                    const FXP::DataType& type) {
+  double number = 0;
+  if (wholeNumber(std::string_view(text), number)) {
+    if (!std::isfinite(number)) {
+      fail("BadValue", "A stored value must be a finite number.");
+    }
+    return DateTime(DvLs{FXP::DataValue::fromDouble(type, number, {}), false},
+                    epoch, ts);
+  }
+  const DateTimeStruct cal = validReading(text, ts);
+  if (!DateTime::isValueInRangeOfType(cal, epoch, ts, type)) {
+    fail("OutOfRange", "\"" + text + "\" counted from epoch " +
+                           kEpochNames[static_cast<int>(epoch)] +
+                           " does not fit the storage type " + typeName(type) +
+                           ".");
+  }
+  return DateTime(cal, epoch, ts, type);
+}
+
+Json describe(const DateTime& dt, const std::u16string& pattern) {
+  const DateTimeStruct cal = dt.toDateTimeStruct();
+  Json j;
+  j["epoch"] = kEpochNames[static_cast<int>(dt.epoch)];
+  j["standard"] = DateTimeDefs::timeStandardName(dt.timeStandard);
+  j["type"] = typeName(dt.value.getDataType());
+  j["stored"] = storedText(dt.value);
+  j["leapSecond"] = dt.isLeapSecond;
+  j["reading"] = render(cal, dt.timeStandard, kReadingPattern);
+  if (!pattern.empty()) j["formatted"] = render(cal, dt.timeStandard, pattern);
+  return j;
+}
+
+void printText(const Json& j) {
+  std::cout << j["reading"].get<std::string>() << ' '
+            << j["standard"].get<std::string>() << "  (stored "
+            << j["stored"].get<std::string>() << " in "
+            << j["type"].get<std::string>() << " since "
+            << j["epoch"].get<std::string>()
+            << (j["leapSecond"].get<bool>() ? ", leap second" : "") << ")\n";
+  if (j.contains("formatted")) {
+    std::cout << j["formatted"].get<std::string>() << '\n';
+  }
+}
+
+struct Options {
+  bool json = false;
+  std::string list;
+  std::string epoch = "1970", standard = "utc", type = "double";
+  std::string toEpoch, toStandard, toType;
+  std::string input, pattern, from, show = "utc,tai,tt";
+  double step = 1.0;
+  int count = 10;
+};
+
+int runConvert(const Options& o) {
+  const Epoch epoch = parseEpoch(o.epoch);
+  const TimeStandard ts = parseStandard(o.standard);
+  const FXP::DataType type = parseType(o.type);
+  const Epoch toEpoch = o.toEpoch.empty() ? epoch : parseEpoch(o.toEpoch);
+  const TimeStandard toTs =
+      o.toStandard.empty() ? ts : parseStandard(o.toStandard);
+  const FXP::DataType toType = o.toType.empty() ? type : parseType(o.toType);
+  const std::u16string pattern =
+      o.pattern.empty() ? u"" : validPattern(o.pattern);
+
+  // A value that does not fit the target type is an error, not a
+  // saturated number passed off as the answer.
+  FixptRangeMath::FixptRangeMathLogger overflow;
+  FXP::MathControl control =
+      FXP::MathControl::createFullPrecisionNearSatMathControl();
+  control.setMathLogger(&overflow);
+  DateTime dt = startValue(o.input, epoch, ts, type);
+  const Json in = describe(dt, u"");
+  // Epoch and type first: TDB exists only for a double counting days, so
+  // the standard is changed where the value is going, with a table built
+  // for that epoch and type.
+  if (toEpoch != epoch || !(toType == type)) {
+    const FXP::DataValue v =
+        DateTimeConverter::forEpochs(epoch, toEpoch)
+            .convertEpochImpl(dt.value, epoch, toEpoch, ts, toType, control);
+    dt = DateTime(DvLs{v, dt.isLeapSecond}, toEpoch, ts);
+  }
+  if (toTs != ts) {
+    dt = TimeStandardConverter::convertTimeStandard(
+        dt, toTs, loadTable(o.list, toEpoch, toType), control);
+  }
+  if (overflow.overflowOccurred()) {
+    fail("OutOfRange",
+         "The value does not fit the storage type " + typeName(toType) + ".");
+  }
+  const Json out = describe(dt, pattern);
+  if (o.json) {
+    std::cout << Json{{"input", in}, {"output", out}}.dump(2) << '\n';
+  } else {
+    printText(out);
+  }
+  return 0;
+}
+
+int runFormat(const Options& o) {
+  const TimeStandard ts = parseStandard(o.standard);
+  const std::u16string pattern = validPattern(o.pattern);
+  const std::string text = render(validReading(o.input, ts), ts, pattern);
+  if (o.json) {
+    std::cout << Json{{"pattern", o.pattern}, {"formatted", text}}.dump(2)
+              << '\n';
+  } else {
+    std::cout << text << '\n';
+  }
+  return 0;
+}
+
+int runCheckFormat(const Options& o) {
+  const std::u16string pattern = validPattern(o.pattern);
+  const bool needs = DateTimeStructFormatter::needsTimeStandard(pattern);
+  if (o.json) {
+    std::cout << Json{{"pattern", o.pattern},
+                      {"valid", true},
+                      {"readsTimeStandard", needs}}
+                     .dump(2)
+              << '\n';
+  } else {
+    std::cout << "valid" << (needs ? " (reads the time standard)" : "") << '\n';
+  }
+  return 0;
+}
+
+int runLeapSeconds(const Options& o) {
+  const Epoch epoch = parseEpoch(o.epoch);
+  const FXP::DataType type = parseType(o.type);
+  LeapSecondTableData table = loadTable(o.list, epoch, type);
+  if (!o.from.empty()) {
+    table = LeapSecondUtilities::pruneLeapSecondTableData(
+        table, startValue(o.from, epoch, parseStandard(o.standard), type));
+  }
+  Json rows = Json::array();
+  for (std::size_t i = 0; i < table.utcInstants.size(); ++i) {
+    const DateTime utc(DvLs{table.utcInstants[i], false}, epoch,
+                       TimeStandard::UTC);
+    const DateTime tai(DvLs{table.taiInstants[i], false}, epoch,
+                       TimeStandard::TAI);
+    rows.push_back({{"utc", render(utc.toDateTimeStruct(), TimeStandard::UTC,
+                                   u"yyyy-MM-dd HH:mm:ss")},
+                    {"utcStored", storedText(utc.value)},
+                    {"tai", render(tai.toDateTimeStruct(), TimeStandard::TAI,
+                                   u"yyyy-MM-dd HH:mm:ss")},
+                    {"taiStored", storedText(tai.value)},
+                    {"total", table.cumulativeCounts[i]}});
+  }
+  if (o.json) {
+    std::cout << Json{{"epoch", kEpochNames[static_cast<int>(epoch)]},
+                      {"type", typeName(type)},
+                      {"baseCount", table.baseLeapSecondCount},
+                      {"entries", rows}}
+                     .dump(2)
+              << '\n';
+    return 0;
+  }
+  std::printf("%d leap seconds before the first entry\n",
+              table.baseLeapSecondCount);
+  std::printf("%-19s  %-19s  %5s   stored UTC / TAI (%s since %s)\n",
+              "UTC 23:59:59 before", "TAI instant", "total",
+              typeName(type).c_str(), kEpochNames[static_cast<int>(epoch)]);
+  for (const Json& r : rows) {
+    std::printf("%s  %s  %5d   %s / %s\n", r["utc"].get<std::string>().c_str(),
+                r["tai"].get<std::string>().c_str(), r["total"].get<int>(),
+                r["utcStored"].get<std::string>().c_str(),
+                r["taiStored"].get<std::string>().c_str());
+  }
+  return 0;
+}
+
+// The clock runs in TAI, where every second is as long as the next: a UTC
+// count stands still during an inserted second. Each step is shown in the
+// requested standards, all converted with one lookup cursor. Step i is the
+// start plus i steps in one addition, not i additions: in a double day
+// count the rounding of repeated 0.25 s steps piles up enough to put a step
+// on the wrong side of a leap second's edge.
+int runStep(const Options& o) {
+  const Epoch epoch = parseEpoch(o.epoch);
+  const TimeStandard ts = parseStandard(o.standard);
+  const FXP::DataType type = parseType(o.type);
+  const std::vector<TimeStandard> shown = parseStandards(o.show);
+  const std::u16string pattern =
+      validPattern(o.pattern.empty() ? "yyyy-MM-dd HH:mm:ss.SSS t" : o.pattern);
+  if (!std::isfinite(o.step)) {
+    fail("BadStep", "The step must be a finite number of seconds.");
+  }
+  if (o.count < 1 || o.count > 1000000) {
+    fail("BadCount", "The step count must be from 1 to 1000000.");
+  }
+  const LeapSecondTableData table = loadTable(o.list, epoch, type);
+  FXP::MathControl control =
+      FXP::MathControl::createFullPrecisionNearSatMathControl();
+  std::uint32_t cursor = 0;
+  const DateTime start = TimeStandardConverter::convertTimeStandard(
+      startValue(o.input, epoch, ts, type), TimeStandard::TAI, table, control);
+  Json steps = Json::array();
+  for (int i = 0; i < o.count; ++i) {
+    DateTime clock = start;
+    if (clock.addWithOverflowCheck(o.step * i, control)) {
+      fail("Overflow", "Stepping left the range of the storage type " +
+                           typeName(type) + ".");
+    }
+    Json row = Json::object();
+    std::string line;
+    for (TimeStandard s : shown) {
+      const DateTime v = TimeStandardConverter::convertTimeStandard(
+          clock, s, table, control, &cursor);
+      const std::string text = render(v.toDateTimeStruct(), s, pattern);
+      row[DateTimeDefs::timeStandardName(s)] = text;
+      line += (line.empty() ? "" : "  ") + text;
+    }
+    if (o.json) {
+      steps.push_back(row);
+    } else {
+      std::cout << line << '\n';
+    }
+  }
+  if (o.json) std::cout << Json{{"steps", steps}}.dump(2) << '\n';
+  return 0;
+}
+
+void reportError(const std::string& identifier, const std::string& message) {
+  std::cerr << identifier << ": " << message << '\n';
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options o;
+  CLI::App app{
+      "kvdt: time points in TAI, UTC, TT and TDB from the command line."};
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.add_flag("--json", o.json, "Write the result as JSON");
+
+  const auto addList = [&o](CLI::App* sub) {
+    sub->add_option("--leap-seconds-list", o.list,
+                    "A leap-seconds.list file to use instead of the built-in "
+                    "schedule");
+  };
+  const auto addStorage = [&o](CLI::App* sub) {
+    sub->add_option("--epoch", o.epoch, "1970, 1900, 1958, jd, mjd or j2000")
+        ->capture_default_str();
+    sub->add_option("--standard", o.standard, "tai, utc, tt or tdb")
+        ->capture_default_str();
+    sub->add_option("--type", o.type, "double, or s<bits>.<fraction>")
+        ->capture_default_str();
+  };
+
+  CLI::App* convert = app.add_subcommand(
+      "convert",
+      "Re-express a reading or stored value in another epoch, "
+      "standard or storage type");
+  convert
+      ->add_option("value", o.input,
+                   "\"YYYY-MM-DD HH:MM:SS[.fff]\" or a stored value")
+      ->required();
+  addStorage(convert);
+  convert->add_option("--to-epoch", o.toEpoch, "Target epoch");
+  convert->add_option("--to-standard", o.toStandard, "Target standard");
+  convert->add_option("--to-type", o.toType, "Target storage type");
+  convert->add_option("--format", o.pattern, "Also render with this pattern");
+  addList(convert);
+
+  CLI::App* format =
+      app.add_subcommand("format", "Render a reading with a pattern");
+  format->add_option("pattern", o.pattern, "Format pattern")->required();
+  format->add_option("reading", o.input, "\"YYYY-MM-DD HH:MM:SS[.fff]\"")
+      ->required();
+  format->add_option("--standard", o.standard, "tai, utc, tt or tdb")
+      ->capture_default_str();
+
+  CLI::App* check =
+      app.add_subcommand("check-format", "Check a format pattern");
+  check->add_option("pattern", o.pattern, "Format pattern")->required();
+
+  CLI::App* leap = app.add_subcommand(
+      "leap-seconds", "Show the leap-second table for an epoch and type");
+  addStorage(leap);
+  leap->add_option("--from", o.from,
+                   "Prune the table to this start (reading in --standard)");
+  addList(leap);
+
+  CLI::App* step = app.add_subcommand(
+      "step", "Step a clock from a start and show each step");
+  step->add_option("start", o.input, "\"YYYY-MM-DD HH:MM:SS[.fff]\"")
+      ->required();
+  addStorage(step);
+  step->add_option("--step", o.step, "Seconds per step")->capture_default_str();
+  step->add_option("--count", o.count, "Number of steps shown")
+      ->capture_default_str();
+  step->add_option("--show", o.show, "Standards shown, comma-separated")
+      ->capture_default_str();
+  step->add_option("--format", o.pattern,
+                   "Pattern for each step [yyyy-MM-dd HH:mm:ss.SSS t]");
+  addList(step);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    // CLI11 reports a mistyped subcommand as a missing one; name it.
+    int first = 1;
+    while (first < argc && argv[first][0] == '-') ++first;
+    if (first < argc && app.get_subcommands().empty()) {
+      reportError("Korvane:kvdt:UnknownSubcommand",
+                  "Unknown subcommand \"" + std::string(argv[first]) +
+                      "\": use convert, format, check-format, leap-seconds "
+                      "or step (see kvdt --help).");
+    } else {
+      reportError("Korvane:kvdt:BadArguments",
+                  std::string(e.what()) + " (see kvdt --help)");
+    }
+    return 2;
+  }
+
+  try {
+    if (*convert) return runConvert(o);
+    if (*format) return runFormat(o);
+    if (*check) return runCheckFormat(o);
+    if (*leap) return runLeapSeconds(o);
+    if (*step) return runStep(o);
+  } catch (const foundation::core::except::IException& e) {
+    reportError(e.identifier(), e.message());
+  } catch (const ToolError& e) {
+    reportError(e.identifier, e.message);
+  } catch (const std::exception& e) {
+    reportError("Korvane:kvdt:Failed", e.what());
+  } catch (...) {
+    reportError("Korvane:kvdt:Failed", "An unknown error occurred.");
+  }
+  return 2;
+}
