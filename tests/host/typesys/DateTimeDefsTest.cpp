@@ -8,21 +8,18 @@ namespace {
 
 using KvDateTime::TimeStandard;
 
+// Names end up in messages and rendered text: a value outside the
+// enumeration must not read outside the table.
 TEST(TimeStandardName, NamesEachStandardAndToleratesStrayValues) {
-  const std::pair<TimeStandard, const char*> cases[] = {
-      {TimeStandard::TAI, "TAI"},
-      {TimeStandard::UTC, "UTC"},
-      {TimeStandard::TT, "TT"},
-      {TimeStandard::TDB, "TDB"},
-      // Names end up in messages and rendered text: a value outside the
-      // enumeration must not read outside the table.
-      {static_cast<TimeStandard>(4), "unknown time standard"},
-      {static_cast<TimeStandard>(-1), "unknown time standard"},
-  };
-  for (const auto& [ts, name] : cases) {
-    SCOPED_TRACE(static_cast<int>(ts));
-    EXPECT_EQ(std::string(DateTimeDefs::timeStandardName(ts)), name);
-  }
+  const char* const kUnknown = "unknown time standard";
+  // clang-format off
+  const std::pair<int, const char*> cases[] = {
+      {0, "TAI"}, {1, "UTC"}, {2, "TT"}, {3, "TDB"}, {4, kUnknown}, {-1, kUnknown}};
+  // clang-format on
+  for (const auto& [ts, name] : cases)
+    EXPECT_EQ(std::string(DateTimeDefs::timeStandardName(TimeStandard(ts))),
+              name)
+        << ts;
 }
 
 }  // namespace
