@@ -12,9 +12,8 @@ namespace kvtest {
 // The Id part of a library identifier; anything else is marked foreign, so
 // that a comparison with a bare Id fails.
 inline std::string idPart(const std::string& full) {
-  const std::string prefix = "Korvane:DateTime:";
-  return full.rfind(prefix, 0) == 0 ? full.substr(prefix.size())
-                                    : "foreign:" + full;
+  return full.rfind("Korvane:DateTime:", 0) ? "foreign:" + full
+                                            : full.substr(17);
 }
 
 // The Id of a returned diagnostic ("" for the null handle).
