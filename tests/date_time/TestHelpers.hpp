@@ -1,6 +1,7 @@
 // Helpers shared by the library's tests.
 #pragma once
 
+#include <stdexcept>
 #include <string>
 
 #include "date_time/DateTimeStruct.hpp"
@@ -8,13 +9,11 @@
 
 namespace kvtest {
 
-inline constexpr const char* kPrefix = "Korvane:DateTime:";
-
-// The Id part of a full identifier; marked when the catalog part is not the
-// library's, so that the comparison fails.
+// The Id part of a library identifier; anything else is marked foreign, so
+// that a comparison with a bare Id fails.
 inline std::string idPart(const std::string& full) {
-  if (full.rfind(kPrefix, 0) != 0) return "foreign:" + full;
-  return full.substr(std::string(kPrefix).size());
+  return full.rfind("Korvane:DateTime:", 0) ? "foreign:" + full
+                                            : full.substr(17);
 }
 
 // The Id of a returned diagnostic ("" for the null handle).
@@ -22,13 +21,16 @@ inline std::string idOf(const kvsvDiagnostic& d) {
   return d ? idPart(d->identifier()) : "";
 }
 
-// The Id an operation throws ("" when it returns normally).
+// The Id an operation throws, the what() text of a standard exception, or ""
+// when it returns normally.
 template <typename F>
 std::string thrownId(F&& f) {
   try {
     f();
   } catch (const foundation::core::except::IException& e) {
     return idPart(e.identifier());
+  } catch (const std::exception& e) {
+    return e.what();
   }
   return "";
 }
