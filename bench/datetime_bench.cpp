@@ -4,6 +4,10 @@
 //   (6.19x); int128 (F=64) 10.3 / 2.22 (4.65x). Construct 25.3 /
 //   calendarToEpochTime 12.2 (2.08x). toDateTimeStruct int64 s 48.2 /
 //   Hinnant 10.4 (4.63x); epochTimeToCalendar alone 43.3 (1.11x).
+// After the in-place fixed-point step (same VM, heavier load, medians of
+// three repetitions): add chain double 1.23x, int64 2.90x, int128 2.82x;
+// construct 1.51x (1.39-1.60), where the same run of the previous build
+// gave 1.72x, 5.15x, 5.22x and 1.88x.
 //
 // The time point beside the work done by hand or by its peers: stepping a
 // running clock, building a value from a calendar reading, and reading an

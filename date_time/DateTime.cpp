@@ -33,6 +33,74 @@ bool isLastSecondOfHalfYear(const DateTimeStruct& cal) {
          cal.minute == 59.0;
 }
 
+// The value of a second-epoch count: the whole seconds and the fraction
+// added in the storage type, under floor and wrap. Whole seconds and the
+// fraction travel apart: a double counting seconds since 1900 resolves only
+// about half a microsecond today, and fixed-point storage must receive the
+// whole seconds exactly.
+[[gnu::noinline]] FXP::DataValue sumInType(EpochTimeStruct ets,
+                                           const FXP::DataType& type) {
+  FXP::MathControl floorWrap(kFloorWrap);
+  const FXP::DataValue fraction =
+      FXP::DataValue::fromDouble(type, ets.fractionalPart, kNearest);
+  // Bringing the whole count into the storage type first (floored and
+  // wrapped, as the sum would be) gives the same bits as the mixed-type sum:
+  // the fraction value is a multiple of the type's step, so flooring
+  // commutes with adding it, and wrapping is modular. A double type rounds
+  // the count instead, exactly only up to 2^53, so beyond it the sum is left
+  // mixed.
+  if (ets.wholePart >= -(std::int64_t{1} << 53) &&
+      ets.wholePart <= (std::int64_t{1} << 53))
+    return FXP::DataValue::fromInt64(type, ets.wholePart, kFloorWrap)
+        .add(type, fraction, floorWrap);
+  return FXP::DataValue::fromInt64(ets.wholePart)
+      .add(type, fraction, floorWrap);
+}
+
+[[gnu::always_inline]] inline FXP::DataValue secondsValue(
+    const DateTimeStruct& reading, Epoch epoch, TimeStandard ts,
+    const FXP::DataType& type) {
+  const EpochTimeStruct ets =
+      DateTimeUtilities::calendarToEpochTime(reading, epoch, ts);
+  // The same sum on the inline fast paths, where they hold. The value stays
+  // in registers: the general path gets none of its address.
+  if (ets.wholePart >= -(std::int64_t{1} << 53) &&
+      ets.wholePart <= (std::int64_t{1} << 53)) {
+    FXP::DataValue v =
+        FXP::DataValue::fromInt64(type, ets.wholePart, kFloorWrap);
+    if (v.tryAddFromDouble(false, ets.fractionalPart, kNearest)) return v;
+  }
+  return sumInType(ets, type);
+}
+
+inline DvLs readingToDvLs(const DateTimeStruct& reading, bool leap, Epoch epoch,
+                          TimeStandard ts, const FXP::DataType& type) {
+  if (DateTimeUtilities::isJulianCompatibleEpoch(epoch))
+    return DvLs{
+        FXP::DataValue::fromDouble(
+            type, DateTimeUtilities::calendarToJulianDate(reading, epoch, ts),
+            kNearest),
+        leap};
+  return DvLs{secondsValue(reading, epoch, ts, type), leap};
+}
+
+[[gnu::noinline]] DvLs leapSecondToDvLs(const DateTimeStruct& cal, Epoch epoch,
+                                        TimeStandard ts,
+                                        const FXP::DataType& type) {
+  DateTimeStruct reading = cal;
+  reading.second -= 1.0;
+  return readingToDvLs(reading, true, epoch, ts, type);
+}
+
+// Inlined into both callers, so that the constructor builds its value in
+// place.
+inline DvLs toDvLs(const DateTimeStruct& cal, Epoch epoch, TimeStandard ts,
+                   const FXP::DataType& type) {
+  if (ts == TimeStandard::UTC && cal.second >= 60.0)
+    return leapSecondToDvLs(cal, epoch, ts, type);
+  return readingToDvLs(cal, false, epoch, ts, type);
+}
+
 }  // namespace
 
 DateTime::DateTime(const DvLs& valueAndFlag, Epoch epoch,
@@ -46,48 +114,12 @@ DateTime::DateTime(Epoch epoch, TimeStandard ts, const FXP::DataType& type)
 
 DateTime::DateTime(const DateTimeStruct& cal, Epoch epoch, TimeStandard ts,
                    const FXP::DataType& type)
-    : DvLs(convertDateTimeStructToDV(cal, epoch, ts, type)),
-      epoch(epoch),
-      timeStandard(ts) {}
+    : DvLs(toDvLs(cal, epoch, ts, type)), epoch(epoch), timeStandard(ts) {}
 
 DvLs DateTime::convertDateTimeStructToDV(const DateTimeStruct& cal, Epoch epoch,
                                          TimeStandard ts,
                                          const FXP::DataType& type) {
-  DvLs out;
-  DateTimeStruct reading = cal;
-  if (ts == TimeStandard::UTC && cal.second >= 60.0) {
-    reading.second -= 1.0;
-    out.isLeapSecond = true;
-  }
-  if (DateTimeUtilities::isJulianCompatibleEpoch(epoch)) {
-    out.value = FXP::DataValue::fromDouble(
-        type, DateTimeUtilities::calendarToJulianDate(reading, epoch, ts),
-        kNearest);
-    return out;
-  }
-  // Whole seconds and the fraction travel apart: a double counting seconds
-  // since 1900 resolves only about half a microsecond today, and fixed-point
-  // storage must receive the whole seconds exactly.
-  const EpochTimeStruct ets =
-      DateTimeUtilities::calendarToEpochTime(reading, epoch, ts);
-  FXP::MathControl floorWrap(kFloorWrap);
-  const FXP::DataValue fraction =
-      FXP::DataValue::fromDouble(type, ets.fractionalPart, kNearest);
-  // Below 2^53 the whole count is exact as a double, and bringing it into
-  // the storage type first (floored and wrapped, as the sum would be) gives
-  // the same bits as the mixed-type sum: the fraction value is a multiple
-  // of the type's step, so flooring commutes with adding it, and wrapping
-  // is modular. The same-type sum then stays on the inline fast path.
-  if (ets.wholePart >= -(std::int64_t{1} << 53) &&
-      ets.wholePart <= (std::int64_t{1} << 53)) {
-    out.value = FXP::DataValue::fromDouble(
-                    type, static_cast<double>(ets.wholePart), kFloorWrap)
-                    .add(type, fraction, floorWrap);
-    return out;
-  }
-  out.value =
-      FXP::DataValue::fromInt64(ets.wholePart).add(type, fraction, floorWrap);
-  return out;
+  return toDvLs(cal, epoch, ts, type);
 }
 
 namespace {
@@ -216,6 +248,15 @@ bool DateTime::addWithOverflowCheck(double seconds, FXP::MathControl& control) {
   control.setMathLogger(&logger);
   add(seconds, control);
   return logger.overflowOccurred();
+}
+
+void DateTime::addGeneral(bool back, double magnitude,
+                          FXP::MathControl& control) {
+  const FXP::DataType& type = value.getDataType();
+  const FXP::DataValue step =
+      FXP::DataValue::fromDouble(type, magnitude, control.getMathMode());
+  value =
+      back ? value.minus(type, step, control) : value.add(type, step, control);
 }
 
 double DateTime::subtract(const DateTime& a, const DateTime& b,

@@ -90,16 +90,12 @@ class KVDT_EXPORT DateTime : public DvLs {
   // is inline too.
   void add(double seconds, FXP::MathControl& control) {
     const double shift = DateTimeUtilities::secondsToTimeShift(seconds, epoch);
-    const FXP::DataType& type = value.getDataType();
-    const FXP::MathMode mode = control.getMathMode();
     // Not "shift < 0": NaN takes the minus path, and the magnitude is what
     // gets converted, so unsigned storage can move backwards.
-    if (shift >= 0)
-      value = value.add(type, FXP::DataValue::fromDouble(type, shift, mode),
-                        control);
-    else
-      value = value.minus(type, FXP::DataValue::fromDouble(type, -shift, mode),
-                          control);
+    const bool back = !(shift >= 0);
+    const double magnitude = back ? -shift : shift;
+    if (!value.tryAddFromDouble(back, magnitude, control.getMathMode()))
+      addGeneral(back, magnitude, control);
   }
   // add, reporting whether the result overflowed the storage type. Installs
   // a logger local to the call on `control` and leaves it there: do not use
@@ -112,6 +108,10 @@ class KVDT_EXPORT DateTime : public DvLs {
   // Epochs, standards and flags are not compared.
   static double subtract(const DateTime& a, const DateTime& b,
                          FXP::MathControl& control);
+
+ private:
+  // add's general path: the conversion and the sum as two calls.
+  void addGeneral(bool back, double magnitude, FXP::MathControl& control);
 };
 
 }  // namespace KvDateTime

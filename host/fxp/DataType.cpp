@@ -43,8 +43,8 @@ DataType::DataType(const fxpDataTypeProp& prop) {
 }
 
 fxpDataTypeProp DataType::getProp() const noexcept {
-  return fxpDataTypeProp{kind_, signed_, wordLength_, -fractionLength_,
-                         1.0,   0.0};
+  return fxpDataTypeProp{
+      kind(), isSigned() ? 1 : 0, wordLength(), -fractionLength(), 1.0, 0.0};
 }
 
 }  // namespace FXP

@@ -26,8 +26,9 @@ namespace FXP {
 // 1 to 128 bits with a fraction length from -128 to 256. The value of a
 // fixed-point number is  stored * 2^-fractionLength.
 //
-// DataType is eight bytes with a canonical layout so that the arithmetic fast
-// paths can test "same type" with one integer comparison.
+// DataType is one 64-bit word with a canonical layout, so that the arithmetic
+// fast paths test "same type" with one integer comparison and a copy is one
+// move.
 class DataType {
  public:
   static constexpr int kFixedKind = 0;
@@ -51,14 +52,18 @@ class DataType {
   static constexpr DataType fixedT(bool isSigned, int wordLength,
                                    int fractionLength);
 
-  constexpr int kind() const noexcept { return kind_; }
-  constexpr bool isDouble() const noexcept { return kind_ == kDoubleKind; }
-  constexpr bool isFixed() const noexcept { return kind_ == kFixedKind; }
-  constexpr bool isSigned() const noexcept { return signed_ != 0; }
-  constexpr int wordLength() const noexcept { return wordLength_; }
-  constexpr int fractionLength() const noexcept { return fractionLength_; }
+  constexpr int kind() const noexcept { return field(kKindShift); }
+  constexpr bool isDouble() const noexcept { return kind() == kDoubleKind; }
+  constexpr bool isFixed() const noexcept { return kind() == kFixedKind; }
+  constexpr bool isSigned() const noexcept { return field(kSignedShift) != 0; }
+  constexpr int wordLength() const noexcept { return field(kWordShift); }
+  constexpr int fractionLength() const noexcept {
+    return static_cast<std::int16_t>(bits_ >> kFractionShift);
+  }
   // Bytes of the compact form: 1, 2, 4, 8 or 16 for fixed point, 8 for double.
-  constexpr std::size_t sizeofCompact() const noexcept { return compactSize_; }
+  constexpr std::size_t sizeofCompact() const noexcept {
+    return field(kCompactShift);
+  }
 
   fxpDataTypeProp getProp() const noexcept;
 
@@ -67,18 +72,24 @@ class DataType {
   }
 
  private:
+  // Held as one word: kept as separate narrow fields, a type copied into a
+  // fresh value was stored field by field and then loaded whole for the
+  // comparison, a load the processor cannot forward from those stores.
+  static constexpr int kKindShift = 0;
+  static constexpr int kSignedShift = 8;
+  static constexpr int kWordShift = 16;
+  static constexpr int kCompactShift = 24;
+  static constexpr int kFractionShift = 32;  // int16_t; bits 48..63 stay 0
+
   constexpr DataType(std::uint8_t kind, bool isSigned, int wordLength,
                      int fractionLength) noexcept;
-  constexpr std::uint64_t key() const noexcept {
-    return std::bit_cast<std::uint64_t>(*this);
+  constexpr int field(int shift) const noexcept {
+    return static_cast<int>((bits_ >> shift) & 0xff);
   }
+  constexpr std::uint64_t key() const noexcept { return bits_; }
 
-  std::uint8_t kind_ = kDoubleKind;
-  std::uint8_t signed_ = 1;
-  std::uint8_t wordLength_ = 64;  // 1..128 for fixed point
-  std::uint8_t compactSize_ = 8;
-  std::int16_t fractionLength_ = 0;
-  std::uint16_t reserved_ = 0;  // keeps key() free of padding bytes
+  // Double: kind 2, signed, 64 bits, 8 compact bytes, fraction length 0.
+  std::uint64_t bits_ = 0x08400102;
 };
 
 static_assert(sizeof(DataType) == 8);
@@ -99,14 +110,16 @@ constexpr DataType DataType::fixedT(bool isSigned, int wordLength,
 
 constexpr DataType::DataType(std::uint8_t kind, bool isSigned, int wordLength,
                              int fractionLength) noexcept
-    : kind_(kind),
-      signed_(isSigned ? 1 : 0),
-      wordLength_(static_cast<std::uint8_t>(wordLength)),
-      compactSize_(wordLength <= 8    ? 1
-                   : wordLength <= 16 ? 2
-                   : wordLength <= 32 ? 4
-                   : wordLength <= 64 ? 8
-                                      : 16),
-      fractionLength_(static_cast<std::int16_t>(fractionLength)) {}
+    : bits_(std::uint64_t{kind} << kKindShift |
+            std::uint64_t{isSigned ? 1u : 0u} << kSignedShift |
+            static_cast<std::uint64_t>(wordLength & 0xff) << kWordShift |
+            std::uint64_t{wordLength <= 8    ? 1u
+                          : wordLength <= 16 ? 2u
+                          : wordLength <= 32 ? 4u
+                          : wordLength <= 64 ? 8u
+                                             : 16u}
+                << kCompactShift |
+            std::uint64_t{static_cast<std::uint16_t>(fractionLength)}
+                << kFractionShift) {}
 
 }  // namespace FXP

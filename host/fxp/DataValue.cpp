@@ -453,6 +453,12 @@ DataValue DataValue::fromDoubleSlow(const DataType& type, double value,
                             exactOfDouble(value), type, mode, overflow)));
 }
 
+DataValue DataValue::fromInt64Slow(const DataType& type, std::int64_t value,
+                                   MathMode mode) {
+  MathControl control(mode);  // no logger: fromDouble has none either
+  return fromInt64(value).convert(type, control);
+}
+
 double DataValue::toDoubleWide() const noexcept {
   // Only fixed-point values outside the int64_t / uint64_t range come here.
   const UInt128 v = (static_cast<UInt128>(hi_) << 64) | lo_;

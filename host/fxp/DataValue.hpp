@@ -2,6 +2,7 @@
 
 #include <array>
 #include <bit>
+#include <cmath>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -53,6 +54,11 @@ class DataValue {
                               MathMode mode);
   // Signed 64-bit type, fraction length 0.
   static DataValue fromInt64(std::int64_t value) noexcept;
+  // value into `type`, rounded and overflowed by the mode as fromDouble
+  // would, but exact for every int64_t (a double is not beyond 2^53). No
+  // logger hears of an overflow.
+  static DataValue fromInt64(const DataType& type, std::int64_t value,
+                             MathMode mode);
   // Reads type.sizeofCompact() bytes. Throws std::invalid_argument when bytes
   // is null or not the canonical encoding for the type: upper bits that are
   // not the sign (or zero) extension of the word, or a NaN or infinite double.
@@ -76,6 +82,17 @@ class DataValue {
   DataValue divideBy(const DataType& resultType, const DataValue& other,
                      MathControl& control) const;
   DataValue convert(const DataType& resultType, MathControl& control) const;
+
+  // The inline fast path of stepping a value in its own type T: *this
+  // becomes  add(T, fromDouble(T, operand, mode), control)  or, with
+  // subtract,  minus(T, fromDouble(T, operand, mode), control),  for any
+  // control, when both calls would stay on their inline fast paths (the
+  // conversion in range, the exact result representable in T). Only the
+  // stored bits are written, never the type, so a running value can be
+  // stepped without reloading a type just stored. Returns false and leaves
+  // *this unchanged otherwise; the caller then makes the two calls, which
+  // round, saturate or wrap, and log.
+  bool tryAddFromDouble(bool subtract, double operand, MathMode mode) noexcept;
 
   const DataType& getDataType() const noexcept { return type_; }
   fxpDataTypeProp getDataTypeProp() const noexcept { return type_.getProp(); }
@@ -117,12 +134,19 @@ class DataValue {
   // to the general path (which then rounds, saturates or wraps, and logs).
   bool sameTypeSum(bool subtract, const DataType& resultType,
                    const DataValue& other, DataValue& out) const noexcept;
+  // The fixed-point core of both fast paths: this value's stored integer
+  // plus or minus (otherLo, otherHi), in `type`, exact or false.
+  bool fixedSum(bool subtract, DataType type, std::uint64_t otherLo,
+                std::uint64_t otherHi, std::uint64_t& lo,
+                std::uint64_t& hi) const noexcept;
 
   // Out-of-line general paths: exact wide arithmetic, overflow handling.
   static DataValue roundInto(const detail::Exact& exact,
                              const DataType& resultType, MathControl& control);
   static DataValue fromDoubleSlow(const DataType& type, double value,
                                   MathMode mode);
+  static DataValue fromInt64Slow(const DataType& type, std::int64_t value,
+                                 MathMode mode);
   double toDoubleWide() const noexcept;
   DataValue arithmetic(Op op, const DataType& resultType,
                        const DataValue& other, MathControl& control) const;
@@ -183,29 +207,65 @@ inline std::int64_t roundScaled(double s, int rounding) noexcept {
   }
 }
 
+// The fixed-point fast path of fromDouble: the stored integer of `value` in
+// `type` when it is in range without saturating or wrapping, else false.
+// Scaling by a power of two is exact while the product stays normal, and
+// below 2^62 the rounded integer cannot leave int64_t.
+inline bool scaledToStored(const DataType& type, double value, MathMode mode,
+                           std::int64_t& stored) noexcept {
+  const double s = value * pow2(type.fractionLength());
+  const double a = std::fabs(s);  // one mask; -0.0 and NaN fare as before
+  if (!(a < 0x1p62 && (a >= 0x1p-1000 || value == 0))) return false;
+  const std::int64_t r = roundScaled(s, mode.roundingCode());
+  const int w = type.wordLength();
+  if (type.isSigned()) {
+    if (w < 64 && !fitsSigned(r, w)) return false;
+  } else if (r < 0 ||
+             (w < 64 && !fitsUnsigned(static_cast<std::uint64_t>(r), w))) {
+    return false;
+  }
+  stored = r;
+  return true;
+}
+
 }  // namespace detail
 
 inline DataValue DataValue::fromInt64(std::int64_t value) noexcept {
   return ofSigned64(DataType::fixedT(true, 64, 0), value);
 }
 
+inline DataValue DataValue::fromInt64(const DataType& type, std::int64_t value,
+                                      MathMode mode) {
+  // A shift by a non-negative fraction length is exact when shifting back
+  // returns the value; the word then either holds it or the general path
+  // overflows it. Nothing is rounded, so the mode does not enter here.
+  const int f = type.fractionLength();
+  const int w = type.wordLength();
+  if (type.isFixed() && f >= 0 && f < 64 && w <= 64) {
+    const std::uint64_t u = static_cast<std::uint64_t>(value) << f;
+    const auto s = static_cast<std::int64_t>(u);
+    if ((s >> f) == value) {
+      if (type.isSigned()) {
+        if (detail::fitsSigned(s, w)) return ofSigned64(type, s);
+      } else if (s >= 0 && detail::fitsUnsigned(u, w)) {
+        return DataValue(type, u, 0);
+      }
+    }
+  }
+  return fromInt64Slow(type, value, mode);
+}
+
 inline DataValue DataValue::fromDouble(const DataType& type, double value,
                                        MathMode mode) {
   if (type.isFixed()) {
-    // Scaling by a power of two is exact while the product stays normal, and
-    // below 2^62 the rounded integer cannot leave int64_t.
+    std::int64_t r;
+    if (detail::scaledToStored(type, value, mode, r))
+      return type.isSigned()
+                 ? ofSigned64(type, r)
+                 : DataValue(type, static_cast<std::uint64_t>(r), 0);
     const double s = value * detail::pow2(type.fractionLength());
     const double a = s < 0 ? -s : s;
-    if (a < 0x1p62 && (a >= 0x1p-1000 || value == 0)) {
-      const std::int64_t r = detail::roundScaled(s, mode.roundingCode());
-      const int w = type.wordLength();
-      if (type.isSigned()) {
-        if (w >= 64 || detail::fitsSigned(r, w)) return ofSigned64(type, r);
-      } else if (r >= 0 && (w >= 64 || detail::fitsUnsigned(
-                                           static_cast<std::uint64_t>(r), w))) {
-        return DataValue(type, static_cast<std::uint64_t>(r), 0);
-      }
-    } else if (a >= 0x1p62 && a < 0x1p127) {
+    if (a >= 0x1p62 && a < 0x1p127) {
       // A double this large is an integer, so the scaled value is the stored
       // integer itself and no rounding code applies: one second in a type
       // with 64 fraction bits takes this path. Its bits are shifted into
@@ -216,12 +276,12 @@ inline DataValue DataValue::fromDouble(const DataType& type, double value,
       const UInt128 mag =
           static_cast<UInt128>((bits & 0xfffffffffffffULL) | (1ULL << 52))
           << shift;
-      const auto r = static_cast<Int128>((bits >> 63) ? -mag : mag);
+      const auto wide = static_cast<Int128>((bits >> 63) ? -mag : mag);
       const int w = type.wordLength();
-      if (type.isSigned()
-              ? detail::fitsSigned128(r, w)
-              : r > 0 && detail::fitsUnsigned128(static_cast<UInt128>(r), w))
-        return ofInt128(type, r);
+      if (type.isSigned() ? detail::fitsSigned128(wide, w)
+                          : wide > 0 && detail::fitsUnsigned128(
+                                            static_cast<UInt128>(wide), w))
+        return ofInt128(type, wide);
     }
   } else if (value - value == 0) {  // finite
     return ofDouble(value);
@@ -251,7 +311,6 @@ inline bool DataValue::sameTypeSum(bool subtract, const DataType& resultType,
                                    const DataValue& other,
                                    DataValue& out) const noexcept {
   if (!(type_ == resultType && other.type_ == resultType)) return false;
-  const int w = resultType.wordLength();
   if (resultType.isDouble()) {
     const double s = subtract ? asDouble() - other.asDouble()
                               : asDouble() + other.asDouble();
@@ -261,6 +320,18 @@ inline bool DataValue::sameTypeSum(bool subtract, const DataType& resultType,
     out = ofDouble(s + 0.0);
     return true;
   }
+  std::uint64_t lo, hi;
+  if (!fixedSum(subtract, resultType, other.lo_, other.hi_, lo, hi))
+    return false;
+  out = DataValue(resultType, lo, hi);
+  return true;
+}
+
+inline bool DataValue::fixedSum(bool subtract, DataType type,
+                                std::uint64_t otherLo, std::uint64_t otherHi,
+                                std::uint64_t& lo,
+                                std::uint64_t& hi) const noexcept {
+  const int w = type.wordLength();
   // Each builtin reports the overflow of its own width; fits* then checks
   // the word length, which may be narrower.
   const auto sum = [subtract](auto a, auto b, auto& r) {
@@ -268,31 +339,59 @@ inline bool DataValue::sameTypeSum(bool subtract, const DataType& resultType,
                     : __builtin_add_overflow(a, b, &r);
   };
   if (w <= 64) {
-    if (resultType.isSigned()) {
+    if (type.isSigned()) {
       std::int64_t r;
       if (sum(static_cast<std::int64_t>(lo_),
-              static_cast<std::int64_t>(other.lo_), r) ||
+              static_cast<std::int64_t>(otherLo), r) ||
           !detail::fitsSigned(r, w))
         return false;
-      out = ofSigned64(resultType, r);
+      lo = static_cast<std::uint64_t>(r);
+      hi = static_cast<std::uint64_t>(r >> 63);
     } else {
       std::uint64_t r;
-      if (sum(lo_, other.lo_, r) || !detail::fitsUnsigned(r, w)) return false;
-      out = DataValue(resultType, r, 0);
+      if (sum(lo_, otherLo, r) || !detail::fitsUnsigned(r, w)) return false;
+      lo = r;
+      hi = 0;
     }
-  } else if (resultType.isSigned()) {
-    Int128 r;
-    if (sum(asInt128(), other.asInt128(), r) || !detail::fitsSigned128(r, w))
-      return false;
-    out = ofInt128(resultType, r);
-  } else {
-    UInt128 r;
-    if (sum(static_cast<UInt128>(asInt128()),
-            static_cast<UInt128>(other.asInt128()), r) ||
-        !detail::fitsUnsigned128(r, w))
-      return false;
-    out = ofInt128(resultType, static_cast<Int128>(r));
+    return true;
   }
+  const UInt128 other = (static_cast<UInt128>(otherHi) << 64) | otherLo;
+  UInt128 r;
+  if (type.isSigned()) {
+    Int128 sr;
+    if (sum(asInt128(), static_cast<Int128>(other), sr) ||
+        !detail::fitsSigned128(sr, w))
+      return false;
+    r = static_cast<UInt128>(sr);
+  } else if (sum(static_cast<UInt128>(asInt128()), other, r) ||
+             !detail::fitsUnsigned128(r, w)) {
+    return false;
+  }
+  lo = static_cast<std::uint64_t>(r);
+  hi = static_cast<std::uint64_t>(r >> 64);
+  return true;
+}
+
+inline bool DataValue::tryAddFromDouble(bool subtract, double operand,
+                                        MathMode mode) noexcept {
+  const DataType type = type_;
+  if (type.isDouble()) {
+    if (!(operand - operand == 0)) return false;  // fromDouble saturates
+    const double s = subtract ? asDouble() - operand : asDouble() + operand;
+    if (!(s - s == 0)) return false;
+    lo_ = std::bit_cast<std::uint64_t>(s + 0.0);  // as sameTypeSum
+    return true;
+  }
+  std::int64_t r;
+  if (!detail::scaledToStored(type, operand, mode, r)) return false;
+  // fromDouble's stored integer, extended as the type's signedness says
+  // (r is never negative for an unsigned type).
+  const auto otherHi = static_cast<std::uint64_t>(r >> 63);
+  std::uint64_t lo, hi;
+  if (!fixedSum(subtract, type, static_cast<std::uint64_t>(r), otherHi, lo, hi))
+    return false;
+  lo_ = lo;
+  hi_ = hi;
   return true;
 }
 

@@ -35,6 +35,10 @@ std::string describe(const DataValue& v) {
 // - toDouble of the first operand is correctly rounded;
 // - fromDouble of a random double into the result type rounds once, and
 //   keeps a finite double bit for bit (-0.0 included);
+// - fromInt64 of a random int64_t into the result type rounds once;
+// - tryAddFromDouble either leaves the value alone or gives what fromDouble
+//   and add / minus give, exactly and in range; it takes the fast path in at
+//   least a quarter of the cases;
 // - none of these calls allocates.
 // A third of the cases use one type for both operands and the result, which
 // the inline fast paths take.
@@ -45,6 +49,7 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
                                  &DataValue::multiplyBy, &DataValue::divideBy};
   kvtest::allocations = 0;
   kvtest::countingAllocations = false;  // on only around the calls
+  int stepped = 0, steppedFast = 0;
   for (const Op op :
        {Op::kAdd, Op::kMinus, Op::kMultiply, Op::kDivide, Op::kConvert}) {
     Generator gen{std::mt19937_64(static_cast<int>(op))};
@@ -65,6 +70,13 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
       const bool equal = a == b;
       const double ad = a.toDouble();
       const DataValue fd = DataValue::fromDouble(tr, d, mode);
+      const auto n = static_cast<std::int64_t>(gen.rng()) >> gen.uniform(0, 63);
+      const DataValue fi = DataValue::fromInt64(tr, n, mode);
+      // A step of b's size in a's type, which a running value mostly takes.
+      const bool backwards = gen.uniform(0, 1) != 0;
+      const double stepSize = b.toDouble();
+      DataValue step = a;
+      const bool fast = step.tryAddFromDouble(backwards, stepSize, mode);
       const DataValue r =
           byZero ? DataValue()
           : op == Op::kConvert
@@ -81,6 +93,22 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
                         : compare(exactOf(fd),
                                   roundInto(exactOfDouble(d), tr, mode).value))
         failed += " fromDouble(" + std::to_string(d) + ")=" + describe(fd);
+      if (!(fi.getDataType() == tr) ||
+          compare(exactOf(fi), roundInto({n}, tr, mode).value))
+        failed += " fromInt64(" + std::to_string(n) + ")=" + describe(fi);
+      ++stepped;
+      if (fast) {
+        ++steppedFast;
+        const Rational s = roundInto(exactOfDouble(stepSize), ta, mode).value;
+        const Rounded want = roundInto(
+            apply(backwards ? Op::kMinus : Op::kAdd, ea, s), ta, mode);
+        if (!(step.getDataType() == ta) || want.overflow ||
+            compare(exactOf(step), want.value))
+          failed +=
+              " step " + describe(step) + " want " + describe(ta, want.value);
+      } else if (!(step.getDataType() == ta) || compare(exactOf(step), ea)) {
+        failed += " failed step changed the value to " + describe(step);
+      }
       if (byZero) {
         EXPECT_THROW(a.divideBy(tr, b, control), std::domain_error);
       } else if (const Rounded want = roundInto(apply(op, ea, eb), tr, mode);
@@ -96,6 +124,7 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
                       << ":" << failed << " (" << ++failures << ")";
     }
   }
+  EXPECT_GT(steppedFast, stepped / 4);
   EXPECT_EQ(kvtest::allocations.load(), 0);
 }
 
