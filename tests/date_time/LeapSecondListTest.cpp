@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
+#include <utility>
 
 #include "date_time/ConstantTables.hpp"
 #include "date_time/LeapSecondList.hpp"
@@ -11,47 +13,29 @@ using KvDateTime::LeapSecondYears;
 
 namespace {
 
-// The list as published, with its real layout: tab-separated fields,
-// comments after the data, update, expiry and hash lines. The NTP values
-// are the announced leap-second dates; the hash was computed with Python's
-// hashlib over the digits of "#$", "#@" and the data lines.
-constexpr const char* kPublished = R"(#	Leap second list (sample for the tests)
-#
-#$	 3913697179
-#
-#@	3960057600
-#
-2272060800	10	# 1 Jan 1972
-2287785600	11	# 1 Jul 1972
-2303683200	12	# 1 Jan 1973
-2335219200	13	# 1 Jan 1974
-2366755200	14	# 1 Jan 1975
-2398291200	15	# 1 Jan 1976
-2429913600	16	# 1 Jan 1977
-2461449600	17	# 1 Jan 1978
-2492985600	18	# 1 Jan 1979
-2524521600	19	# 1 Jan 1980
-2571782400	20	# 1 Jul 1981
-2603318400	21	# 1 Jul 1982
-2634854400	22	# 1 Jul 1983
-2698012800	23	# 1 Jul 1985
-2776982400	24	# 1 Jan 1988
-2840140800	25	# 1 Jan 1990
-2871676800	26	# 1 Jan 1991
-2918937600	27	# 1 Jul 1992
-2950473600	28	# 1 Jul 1993
-2982009600	29	# 1 Jul 1994
-3029443200	30	# 1 Jan 1996
-3076704000	31	# 1 Jul 1997
-3124137600	32	# 1 Jan 1999
-3345062400	33	# 1 Jan 2006
-3439756800	34	# 1 Jan 2009
-3550089600	35	# 1 Jul 2012
-3644697600	36	# 1 Jul 2015
-3692217600	37	# 1 Jan 2017
-#
-#h	43f05a09 47c3e64c aac6fd70 1768170f f9b7cd04
-)";
+// The list in its published layout: tab-separated fields, comments after the
+// data, update, expiry and hash lines. The dates are the announced ones as
+// year and month, spelled out here in NTP seconds by plain day counting; the
+// hash (computed with Python's hashlib over the digits of "#$", "#@" and the
+// data lines) pins every digit the counting produces.
+constexpr int kLeapDates[] = {197201, 197207, 197301, 197401, 197501, 197601,
+                              197701, 197801, 197901, 198001, 198107, 198207,
+                              198307, 198507, 198801, 199001, 199101, 199207,
+                              199307, 199407, 199601, 199707, 199901, 200601,
+                              200901, 201207, 201507, 201701};
+const std::string kPublished = [] {
+  std::string s =
+      "#\tLeap second list (sample)\n#$\t 3913697179\n#@\t3960057600\n";
+  int offset = 10;
+  for (const int ym : kLeapDates) {
+    const int y = ym / 100;
+    const std::int64_t days = 365 * (y - 1900) + (y - 1901) / 4 +
+                              (ym % 100 == 7 ? 181 + (y % 4 == 0) : 0);
+    s += std::to_string(days * 86400) + '\t' + std::to_string(offset++) +
+         "\t# " + std::to_string(ym) + '\n';
+  }
+  return s + "#h\t43f05a09 47c3e64c aac6fd70 1768170f f9b7cd04\n";
+}();
 
 LeapSecondYears builtInSchedule() {
   using KvDateTime::detail::kLeapSecondYears;
@@ -92,16 +76,12 @@ std::string failureOf(const std::string& text) {
 TEST(LeapSecondList, PublishedListMatchesBuiltInSchedule) {
   // Windows line ends and a list without comments parse the same, and the
   // hash ignores comments and white space.
-  std::string noComments;
-  for (std::size_t p = 0, e; p < std::string(kPublished).size(); p = e + 1) {
-    e = std::string(kPublished).find('\n', p);
-    std::string line = std::string(kPublished).substr(p, e - p);
-    if (line.rfind("#\t", 0) == 0 || line == "#") continue;
-    noComments += line.substr(0, line.find("\t#")) + '\n';
-  }
+  std::string noComments, line;
+  for (std::istringstream in(kPublished); std::getline(in, line);)
+    if (line.rfind("#\t", 0) != 0)
+      noComments += line.substr(0, line.find("\t#")) + '\n';
   for (const std::string& text :
-       {std::string(kPublished), replaceAll(kPublished, "\n", "\r\n"),
-        noComments}) {
+       {kPublished, replaceAll(kPublished, "\n", "\r\n"), noComments}) {
     const KvDateTime::LeapSecondList list = LeapSecondListParser::parse(text);
     EXPECT_EQ(list.years, builtInSchedule());
     EXPECT_EQ(list.updatedNtp, 3913697179);
@@ -113,10 +93,10 @@ TEST(LeapSecondList, PublishedListMatchesBuiltInSchedule) {
 }
 
 TEST(LeapSecondList, TamperedDataFailsTheHash) {
-  EXPECT_EQ(failureOf(replaceAll(kPublished, "3960057600", "3960057601")),
-            "Korvane:DateTime:BadLeapSecondListHash@36");
-  EXPECT_EQ(failureOf(replaceAll(kPublished, "f9b7cd04", "f9b7cd4")),
-            "Korvane:DateTime:BadLeapSecondListHash@36");
+  for (const auto& [from, to] : {std::pair{"3960057600", "3960057601"},
+                                 std::pair{"f9b7cd04", "f9b7cd4"}})
+    EXPECT_EQ(failureOf(replaceAll(kPublished, from, to)),
+              "Korvane:DateTime:BadLeapSecondListHash@32");
 }
 
 TEST(LeapSecondList, NegativeLeapSecondAndNoHash) {
@@ -130,12 +110,8 @@ TEST(LeapSecondList, NegativeLeapSecondAndNoHash) {
 }
 
 TEST(LeapSecondList, MalformedInputNamesTheLine) {
-  struct Case {
-    const char* text;
-    const char* failure;
-  };
-  const std::string start = "2272060800 10\n";
-  const Case cases[] = {
+  // clang-format off
+  const std::pair<const char*, const char*> cases[] = {
       {"", "Empty@1"},
       {"# nothing but a comment\n", "Empty@2"},
       {"2272060800\n", "Line@1"},
@@ -155,11 +131,10 @@ TEST(LeapSecondList, MalformedInputNamesTheLine) {
       {"2272060800 10\n2240524800 11\n", "Date@2"},           // 1971
       {"2272060800 10\n9223372036854720000 11\n", "Date@2"},  // past 9999
       {"2272060800 10\n2287785600 12\n", "Step@2"},
-      {"2272060800 10\n2287785600 10\n", "Step@2"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(failureOf(c.text),
-              std::string("Korvane:DateTime:BadLeapSecondList") + c.failure);
-  }
+      {"2272060800 10\n2287785600 10\n", "Step@2"}};
+  // clang-format on
+  for (const auto& [text, failure] : cases)
+    EXPECT_EQ(failureOf(text),
+              std::string("Korvane:DateTime:BadLeapSecondList") + failure)
+        << text;
 }
