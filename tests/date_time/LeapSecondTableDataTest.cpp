@@ -13,26 +13,6 @@ double seconds(const FXP::DataValue& a, const FXP::DataValue& b, Epoch e) {
          (kvtest::dayEpoch(e) ? 86400 : 1);
 }
 
-// Where the entries sit and what they count is the ERFA sweep's business;
-// here, in every epoch and storage, each inserted second starts one second
-// after its entry's TAI instant.
-TEST(LeapSecondTable, InsertedSecondsStartOneSecondAfterTheirEntries) {
-  ASSERT_EQ(kvtest::leapDays().size(), 27u);
-  for (Epoch e : kvtest::kAllEpochs)
-    for (const kvtest::Storage& s : kvtest::storagesFor(e)) {
-      SCOPED_TRACE(testing::Message() << static_cast<int>(e) << ' ' << s.name);
-      const LeapSecondTableData t =
-          LeapSecondTableDataCreator::build(e, s.type);
-      EXPECT_EQ(t.baseLeapSecondCount, 0);
-      ASSERT_EQ(t.positiveLeapSecondStarts.size(), 27u);
-      EXPECT_TRUE(t.negativeLeapSecondInstants.empty());
-      auto start = t.positiveLeapSecondStarts.begin();
-      for (std::size_t i = 0; i < 27; ++i, ++start)
-        EXPECT_NEAR(seconds(*start, t.taiInstants[i], e), 1.0,
-                    s.toleranceSeconds);
-    }
-}
-
 // A removed second is reached on the TAI side at 23:59:59 under the new
 // count; a date the storage type cannot hold is skipped with its count.
 TEST(LeapSecondTable, YearMapsGiveTheDocumentedContainers) {
