@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <tuple>
 #include <vector>
 
 #include "date_time/DateTime.hpp"
@@ -66,8 +65,9 @@ inline std::vector<UtcReading> leapDays() {
   for (int y = 1972; y <= 2016; ++y)
     for (int m : {6, 12}) {
       const UtcReading last{y, m, m == 6 ? 30 : 31, 0};
-      const UtcReading next{m == 12 ? y + 1 : y, m == 12 ? 1 : 7, 1, 0};
-      if (next.eraLeapCount() > last.eraLeapCount()) days.push_back(last);
+      if (UtcReading{y + m / 12, m % 12 + 1, 1, 0}.eraLeapCount() >
+          last.eraLeapCount())
+        days.push_back(last);
     }
   return days;
 }
@@ -75,39 +75,32 @@ inline std::vector<UtcReading> leapDays() {
 // In the first 50 us after a step a day count's 23:59:59 + 1 s may round
 // just past midnight, and the lookup then keeps the old count as specified.
 inline bool justAfterLeapMidnight(const UtcReading& r) {
-  if (r.day != 1 || r.secondOfDay >= 5e-5) return false;
-  for (const UtcReading& d : leapDays())
-    if (r.year == (d.month == 12 ? d.year + 1 : d.year) &&
-        r.month == (d.month == 12 ? 1 : 7))
-      return true;
-  return false;
+  const UtcReading before{r.month == 1 ? r.year - 1 : r.year,
+                          r.month == 1 ? 12 : r.month - 1, 28, 0};
+  return r.day == 1 && r.secondOfDay < 5e-5 &&
+         r.eraLeapCount() > before.eraLeapCount();
 }
 
 // Ascending readings 1972-2030 every `hours` hours, plus 23:59:58.5 to
 // 23:59:59.5 of each leap-second day and 0, 10 us, 49 us, 0.5 s, 1 s after.
 inline std::vector<UtcReading> utcGrid(int hours) {
   std::vector<UtcReading> out;
-  const auto days = [](int y, int m) {
-    return m == 2 ? 28 + (y % 4 == 0) : 30 + ((m + m / 8) % 2);
-  };
+  UtcReading prev{1972, 1, 1, 0};
   double sod = 0;
-  for (int y = 1972; y < 2030; ++y)
-    for (int m = 1; m <= 12; ++m)
-      for (int d = 1; d <= days(y, m); ++d, sod -= 86400)
-        for (; sod < 86400; sod += hours * 3600.0)
-          out.push_back({y, m, d, sod});
-  for (const UtcReading& d : leapDays()) {
-    for (double s : {86398.5, 86399.0, 86399.5})
-      out.push_back({d.year, d.month, d.day, s});
-    for (double s : {0.0, 1e-5, 4.9e-5, 0.5, 1.0})
-      out.push_back(
-          {d.month == 12 ? d.year + 1 : d.year, d.month == 12 ? 1 : 7, 1, s});
+  for (double mjd = 41317; mjd < 62502; ++mjd, sod -= 86400) {
+    UtcReading r{};
+    eraJd2cal(2400000.5, mjd, &r.year, &r.month, &r.day, &r.secondOfDay);
+    const bool stepped = r.eraLeapCount() > prev.eraLeapCount();
+    if (stepped) {
+      for (double s : {86398.5, 86399.0, 86399.5})
+        out.push_back({prev.year, prev.month, prev.day, s});
+      for (double s : {0.0, 1e-5, 4.9e-5, 0.5, 1.0})
+        out.push_back({r.year, r.month, r.day, s});
+    }
+    for (; sod < 86400; sod += hours * 3600.0)
+      if (!stepped || sod > 1) out.push_back({r.year, r.month, r.day, sod});
+    prev = r;
   }
-  std::sort(out.begin(), out.end(),
-            [](const UtcReading& a, const UtcReading& b) {
-              return std::tie(a.year, a.month, a.day, a.secondOfDay) <
-                     std::tie(b.year, b.month, b.day, b.secondOfDay);
-            });
   return out;
 }
 
