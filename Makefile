@@ -1,6 +1,8 @@
 # Set-up and build entry points for a fresh Debian 12 machine.
 #   make demo   install what is missing, build, run the demo
-#   make test   install, build, run every test (optimised and sanitizer builds)
+#   make test   install, build, run every test (optimised and sanitizer
+#               builds) and each fuzz target for a short smoke run
+#   make fuzz   run each fuzz target for FUZZ_SECONDS (default 600)
 #   make bench  install, build optimised, run the benchmarks beside their peers
 
 PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
@@ -9,8 +11,14 @@ PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
 JOBS     ?= $(shell nproc)
 BUILD    ?= build/release
 ASAN     ?= build/asan
+FUZZ     ?= build/fuzz
+FUZZ_SECONDS ?= 600
+FUZZ_SMOKE_SECONDS ?= 20
+FUZZERS  := calendar format fxp datetime
+FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 
-.PHONY: deps demo test test-release test-asan bench clean
+.PHONY: deps demo test test-release test-asan bench clean fuzz-deps fuzz-build \
+        fuzz fuzz-smoke
 
 deps:
 	@missing=""; for p in $(PACKAGES); do \
@@ -45,12 +53,40 @@ test-asan: deps $(ASAN)/CMakeCache.txt
 	  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
 	  ctest --output-on-failure -j $(JOBS)
 
-test: test-release test-asan
+test: test-release test-asan fuzz-smoke
 
 bench: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 	@for b in $(BUILD)/bench/kv_bench_*; do \
 	  echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
+
+# The libFuzzer targets (clang-14), each with its seed corpus in
+# fuzz/corpus; a finding stops the run with the input saved beside its log.
+fuzz-deps: deps
+	@dpkg -s $(FUZZ_PACKAGES) >/dev/null 2>&1 || { apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $(FUZZ_PACKAGES); }
+
+$(FUZZ)/CMakeCache.txt: | fuzz-deps
+	cmake -S . -B $(FUZZ) -DCMAKE_CXX_COMPILER=clang++-14 \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVDT_FUZZ=ON -DKVDT_BUILD_TESTS=OFF \
+	  -DKVDT_BUILD_BENCH=OFF -DKVDT_BUILD_EXAMPLES=OFF -DKVDT_BUILD_TOOLS=OFF
+
+fuzz-build: fuzz-deps $(FUZZ)/CMakeCache.txt
+	cmake --build $(FUZZ) -j $(JOBS)
+
+run-fuzzers = @for f in $(FUZZERS); do \
+	  mkdir -p $(FUZZ)/corpus/$$f; log=$(FUZZ)/$$f.log; \
+	  echo "== kvdt_fuzz_$$f, $(1) s"; \
+	  $(FUZZ)/fuzz/kvdt_fuzz_$$f -max_total_time=$(1) -print_final_stats=1 \
+	    -artifact_prefix=$(FUZZ)/$$f- $(FUZZ)/corpus/$$f fuzz/corpus/$$f \
+	    >$$log 2>&1 || { tail -n 60 $$log; exit 1; }; \
+	  grep -E 'executed_units|exec_per_sec' $$log; done
+
+fuzz-smoke: fuzz-build
+	$(call run-fuzzers,$(FUZZ_SMOKE_SECONDS))
+
+fuzz: fuzz-build
+	$(call run-fuzzers,$(FUZZ_SECONDS))
 
 clean:
 	rm -rf build

@@ -74,6 +74,9 @@ class KVDT_EXPORT DateTimeUtilities {
   static double getEpochOffset(Epoch from, Epoch to, TimeStandard ts);
 
   // --- Calendar <-> epoch time (seconds) -----------------------------------
+  // In these two, an epoch outside the enumeration counts from 1958-01-01
+  // like the day epochs, and a standard outside it reads like TAI (pinned
+  // by BadInput.CalendarFunctionsNameEveryBadArgument).
   // Seconds since `epoch`, read on the TAI axis: UTC readings are 10 s
   // behind it, TT readings 32.184 s ahead; further leap seconds are not
   // applied here. Throws the diagnostic of validateDateTime. A leap second
@@ -113,6 +116,7 @@ class KVDT_EXPORT DateTimeUtilities {
   static int calendarTimeToDayOfWeek(const DateTimeStruct& cal);
   // Seconds from the Sunday 00:00 before the epoch's instant to that
   // instant, read in `ts` (day epochs and TDB take the table value as is).
+  // An epoch outside the enumeration gives 0.0, like an absent table key.
   static double secondsSinceSundayMidnight(Epoch epoch, TimeStandard ts);
 
   // --- Time points -------------------------------------------------------
