@@ -28,6 +28,7 @@
 #include "date_time/LeapSecondList.hpp"
 #include "date_time/LeapSecondTableData.hpp"
 #include "date_time/LeapSecondUtilities.hpp"
+#include "date_time/StorageTypeName.hpp"
 #include "date_time/TimeStandardConverter.hpp"
 #include "host/diag/MessageCatalog.hpp"
 #include "host/typesys/DateTimeDefs.hpp"
@@ -89,32 +90,16 @@ bool wholeNumber(std::string_view s, T& out) {
   return ec == std::errc() && end == s.data() + s.size();
 }
 
-// "double", or s<word>.<fraction> / u<word>.<fraction> for fixed point:
-// "s64.20" is signed, 64 bits, 20 of them after the binary point.
 FXP::DataType parseType(const std::string& text) {
-  const std::string s = lower(text);
-  if (s == "double") return FXP::DataType::doubleT();
-  const std::size_t dot = s.find('.');
-  int word = 0, fraction = 0;
-  if (s.size() > 1 && (s[0] == 's' || s[0] == 'u') &&
-      dot != std::string::npos &&
-      wholeNumber(std::string_view(s).substr(1, dot - 1), word) &&
-      wholeNumber(std::string_view(s).substr(dot + 1), fraction)) {
-    try {
-      return FXP::DataType::fixedT(s[0] == 's', word, fraction);
-    } catch (const std::invalid_argument&) {
-    }
+  try {
+    return StorageTypeName::parse(text);
+  } catch (const std::invalid_argument& e) {
+    fail("UnknownType", e.what());
   }
-  fail("UnknownType", "Unknown storage type \"" + text +
-                          "\": use double, or s<bits>.<fraction bits> / "
-                          "u<bits>.<fraction bits> with 1 to 128 bits, such "
-                          "as s64.20.");
 }
 
 std::string typeName(const FXP::DataType& t) {
-  if (t.isDouble()) return "double";
-  return (t.isSigned() ? "s" : "u") + std::to_string(t.wordLength()) + '.' +
-         std::to_string(t.fractionLength());
+  return StorageTypeName::name(t);
 }
 
 // "YYYY-MM-DD HH:MM:SS[.fff]" (or with a 'T'); seconds may be 60.x.
@@ -519,7 +504,7 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     sub->add_option("--standard", o.standard, "tai, utc, tt or tdb")
         ->capture_default_str();
-    sub->add_option("--type", o.type, "double, or s<bits>.<fraction>")
+    sub->add_option("--type", o.type, "double, int64, s<bits>:<fraction>, ...")
         ->capture_default_str();
   };
 
