@@ -1,0 +1,104 @@
+// What the scalar and the batch bindings share: reading Python arguments
+// into the library's types, the leap-second table object, stored values
+// to and from their raw integers, and the translation of failures.
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "date_time/DateTime.hpp"
+#include "date_time/DateTimeStructFormatter.hpp"
+#include "date_time/DateTimeUtilities.hpp"
+#include "date_time/LeapSecondList.hpp"
+#include "date_time/LeapSecondTableData.hpp"
+#include "host/diag/Diagnostic.hpp"
+#include "host/fxp/DataType.hpp"
+#include "host/fxp/DataValue.hpp"
+
+namespace kvpy {
+
+namespace py = pybind11;
+using KvDateTime::DateTimeStruct;
+using KvDateTime::Epoch;
+using KvDateTime::TimeStandard;
+
+// The Python enum classes (enum.IntEnum) made at import.
+py::object epochEnum(Epoch e);
+py::object standardEnum(TimeStandard ts);
+// An enum member or its integer; ValueError outside the enumeration,
+// TypeError for anything that is not an integer.
+Epoch epochArg(py::handle h);
+TimeStandard standardArg(py::handle h);
+// A storage type from its name (see StorageTypeName) or, when `storage` is
+// None, from the keywords: word_length required, signed defaulting to True,
+// fraction_length to 0; neither given means double. ValueError for both or
+// for a type FXP::DataType refuses.
+FXP::DataType storageArg(py::handle storage, py::handle isSigned = py::none(),
+                         py::handle wordLength = py::none(),
+                         py::handle fractionLength = py::none());
+
+// The reading in `ts`, validated as the library validates it, with every
+// field finite (the validators let a NaN second through).
+DateTimeStruct checkedReading(
+    const KvDateTime::DateTimeUtilities::CalendarValues& c, TimeStandard ts);
+// The reading of a stored value. Beyond 2^63 seconds or days the library
+// wraps the whole part (a documented reduction for its callers); here such a
+// value is refused, as it lies far outside every calendar year anyway.
+DateTimeStruct calendarOf(const KvDateTime::DvLs& value, Epoch epoch,
+                          TimeStandard ts);
+// The pattern, validated once, before any value is formatted.
+std::u16string checkedPattern(const std::u16string& pattern);
+
+// A fixed-point value from its raw stored integer: `bits` read as two's
+// complement when `negative`, else as an unsigned magnitude. Throws
+// std::overflow_error when the integer does not fit the type's word.
+FXP::DataValue storedFromRaw(const FXP::DataType& type, FXP::UInt128 bits,
+                             bool negative);
+// The stored integer (or the double's bits) as 16 little-endian bytes,
+// sign- or zero-extended.
+void storedBytes(const FXP::DataValue& value, unsigned char (&out)[16]);
+// A finite double into double storage; std::invalid_argument otherwise.
+FXP::DataValue storedFromDouble(double value);
+
+// A leap-second schedule, the library's own or one read from a
+// leap-seconds.list text. The library's tables are built per epoch and
+// storage type; this keeps each one built, so a batch pays for it once.
+// Used with the GIL held; the tables it hands out are then only read.
+class LeapTable {
+ public:
+  LeapTable() = default;
+  explicit LeapTable(KvDateTime::LeapSecondList list)
+      : list_(std::move(list)) {}
+
+  const KvDateTime::LeapSecondTableData& forStorage(Epoch epoch,
+                                                    const FXP::DataType& type);
+  const std::optional<KvDateTime::LeapSecondList>& list() const noexcept {
+    return list_;
+  }
+  // The library's schedule, shared by every call given no table.
+  static LeapTable& builtIn();
+
+ private:
+  std::optional<KvDateTime::LeapSecondList> list_;
+  std::map<std::pair<int, std::string>, KvDateTime::LeapSecondTableData> built_;
+};
+LeapTable& tableArg(py::handle table);
+
+// Sets the Python error for a library or standard exception; `index` names
+// the element of a batch.
+void setError(std::exception_ptr error, std::optional<std::size_t> index);
+// setError, then throws py::error_already_set.
+[[noreturn]] void raise(std::exception_ptr error,
+                        std::optional<std::size_t> index = std::nullopt);
+
+void bindScalar(py::module_& m);
+void bindBatch(py::module_& m);
+
+}  // namespace kvpy

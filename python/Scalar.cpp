@@ -1,0 +1,282 @@
+// kvdatetime.DateTime: one time point. Values are immutable from Python:
+// add and convert return new time points, so a failure can never leave one
+// half changed.
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <stdexcept>
+#include <string>
+
+#include "date_time/DateTimeConverter.hpp"
+#include "date_time/StorageTypeName.hpp"
+#include "date_time/TimeStandardConverter.hpp"
+#include "host/diag/MessageCatalog.hpp"
+#include "python/Common.hpp"
+
+namespace kvpy {
+
+namespace {
+
+using KvDateTime::DateTime;
+using KvDateTime::DvLs;
+
+// A naive datetime.datetime, or a sequence of 3 to 6 numbers (year, month,
+// day[, hour, minute, second]); the second may carry a fraction and, in
+// UTC, be 60.x inside a leap second.
+KvDateTime::DateTimeUtilities::CalendarValues readingArg(py::handle reading) {
+  KvDateTime::DateTimeUtilities::CalendarValues c{};
+  const py::object datetime = py::module_::import("datetime").attr("datetime");
+  if (py::isinstance(reading, datetime)) {
+    if (!reading.attr("tzinfo").is_none())
+      throw py::value_error(
+          "give the reading as a naive datetime in the time standard of the "
+          "time point, without tzinfo");
+    const char* names[] = {"year", "month", "day", "hour", "minute", "second"};
+    for (int i = 0; i < 6; ++i) c[i] = reading.attr(names[i]).cast<double>();
+    c[5] += reading.attr("microsecond").cast<double>() / 1e6;
+    return c;
+  }
+  if (!py::isinstance<py::sequence>(reading) ||
+      py::isinstance<py::str>(reading))
+    throw py::type_error(
+        "a reading is a datetime.datetime or a tuple "
+        "(year, month, day[, hour, minute, second])");
+  const py::sequence s = py::reinterpret_borrow<py::sequence>(reading);
+  if (s.size() < 3 || s.size() > 6)
+    throw py::value_error("a reading has 3 to 6 fields, not " +
+                          std::to_string(s.size()));
+  for (std::size_t i = 0; i < s.size(); ++i) c[i] = s[i].cast<double>();
+  return c;
+}
+
+// A leap-second flag is checked where it is given, not at first use: only
+// UTC readings at 23:59:59.x of 30 June or 31 December may carry it.
+DateTime withFlag(DateTime dt) {
+  if (dt.isLeapSecond) (void)calendarOf(dt, dt.epoch, dt.timeStandard);
+  return dt;
+}
+
+DateTime fromStored(py::handle value, Epoch epoch, TimeStandard ts,
+                    const FXP::DataType& type, bool leapSecond) {
+  if (type.isDouble())
+    return withFlag(DateTime(
+        DvLs{storedFromDouble(value.cast<double>()), leapSecond}, epoch, ts));
+  if (!py::isinstance<py::int_>(value))
+    throw py::type_error(
+        "a fixed-point stored value is its raw integer, an int");
+  const bool negative = value < py::int_(0);
+  const py::bytes b =
+      value.attr("to_bytes")(16, "little", py::arg("signed") = negative);
+  const std::string bytes = b;
+  FXP::UInt128 bits = 0;
+  for (int i = 15; i >= 0; --i)
+    bits = (bits << 8) | static_cast<unsigned char>(bytes[i]);
+  return withFlag(DateTime(
+      DvLs{storedFromRaw(type, bits, negative), leapSecond}, epoch, ts));
+}
+
+py::object stored(const DateTime& dt) {
+  if (dt.value.getDataType().isDouble()) return py::float_(dt.value.toDouble());
+  unsigned char bytes[16];
+  storedBytes(dt.value, bytes);
+  return py::int_(
+      py::handle(reinterpret_cast<PyObject*>(&PyLong_Type))
+          .attr("from_bytes")(
+              py::bytes(reinterpret_cast<const char*>(bytes), 16), "little",
+              py::arg("signed") = dt.value.getDataType().isSigned()));
+}
+
+std::string render(const DateTime& dt, const std::u16string& pattern) {
+  return resource_core::toUtf8(
+      KvDateTime::DateTimeStructFormatter(
+          calendarOf(dt, dt.epoch, dt.timeStandard), dt.timeStandard)
+          .getFormattedStr(pattern));
+}
+
+// The storage type, from a name or the keywords, defaulting to `fallback`.
+FXP::DataType storageOr(const FXP::DataType& fallback, py::handle storage,
+                        py::handle isSigned, py::handle word,
+                        py::handle fraction) {
+  if (storage.is_none() && isSigned.is_none() && word.is_none() &&
+      fraction.is_none())
+    return fallback;
+  return storageArg(storage, isSigned, word, fraction);
+}
+
+}  // namespace
+
+void bindScalar(py::module_& m) {
+  const py::object e1970 = m.attr("Epoch").attr("E1970");
+  const py::object utc = m.attr("TimeStandard").attr("UTC");
+  py::class_<DateTime>(m, "DateTime",
+                       "A time point: a stored value counted from an epoch, in "
+                       "a time standard and a storage type, with the flag of a "
+                       "UTC leap second.")
+      .def(
+          py::init([](py::handle reading, py::handle epoch, py::handle standard,
+                      py::handle storage, py::handle isSigned, py::handle word,
+                      py::handle fraction) {
+            const Epoch e = epochArg(epoch);
+            const TimeStandard ts = standardArg(standard);
+            const FXP::DataType type =
+                storageArg(storage, isSigned, word, fraction);
+            const DateTimeStruct cal = checkedReading(readingArg(reading), ts);
+            if (!DateTime::isValueInRangeOfType(cal, e, ts, type))
+              throw std::overflow_error(
+                  "the reading counted from the epoch does not fit the storage "
+                  "type " +
+                  KvDateTime::StorageTypeName::name(type));
+            return DateTime(cal, e, ts, type);
+          }),
+          py::arg("reading"), py::arg("epoch") = e1970,
+          py::arg("standard") = utc, py::arg("storage") = py::none(),
+          py::kw_only(), py::arg("signed") = py::none(),
+          py::arg("word_length") = py::none(),
+          py::arg("fraction_length") = py::none(),
+          "From a reading (datetime.datetime or (y, m, d, H, M, S) tuple). "
+          "Storage by name (\"double\", \"int64\", \"s128:64\") or by "
+          "signed / word_length / fraction_length; double when neither.")
+      .def_static(
+          "from_stored",
+          [](py::handle value, py::handle epoch, py::handle standard,
+             py::handle storage, bool leapSecond) {
+            return fromStored(value, epochArg(epoch), standardArg(standard),
+                              storageArg(storage), leapSecond);
+          },
+          py::arg("value"), py::arg("epoch") = e1970, py::arg("standard") = utc,
+          py::arg("storage") = py::none(), py::arg("leap_second") = false,
+          "From a stored value: a float for double storage, the raw stored "
+          "integer for fixed point.")
+      .def_static(
+          "from_compact",
+          [](const py::bytes& data, py::handle epoch, py::handle standard,
+             py::handle storage, bool leapSecond) {
+            const FXP::DataType type = storageArg(storage);
+            const std::string bytes = data;
+            if (bytes.size() != type.sizeofCompact())
+              throw py::value_error(
+                  "the compact form of " +
+                  KvDateTime::StorageTypeName::name(type) + " has " +
+                  std::to_string(type.sizeofCompact()) + " bytes, not " +
+                  std::to_string(bytes.size()));
+            DateTime dt(epochArg(epoch), standardArg(standard), type);
+            dt.fromCompact(bytes.data(), leapSecond);
+            return withFlag(dt);
+          },
+          py::arg("data"), py::arg("epoch") = e1970, py::arg("standard") = utc,
+          py::arg("storage") = py::none(), py::arg("leap_second") = false)
+      .def(
+          "to_compact",
+          [](const DateTime& dt) {
+            char bytes[16];
+            dt.toCompact(bytes);
+            return py::bytes(bytes, dt.value.getDataType().sizeofCompact());
+          },
+          "The stored value's compact bytes; the flag is not in them.")
+      .def_property_readonly("stored", &stored)
+      .def_property_readonly(
+          "epoch", [](const DateTime& dt) { return epochEnum(dt.epoch); })
+      .def_property_readonly(
+          "standard",
+          [](const DateTime& dt) { return standardEnum(dt.timeStandard); })
+      .def_property_readonly(
+          "storage",
+          [](const DateTime& dt) {
+            return KvDateTime::StorageTypeName::name(dt.value.getDataType());
+          })
+      .def_property_readonly("leap_second",
+                             [](const DateTime& dt) { return dt.isLeapSecond; })
+      .def(
+          "to_calendar",
+          [](const DateTime& dt) {
+            const DateTimeStruct c = calendarOf(dt, dt.epoch, dt.timeStandard);
+            return py::make_tuple(c.year, c.month, c.day, c.hour, c.minute,
+                                  c.second);
+          },
+          "(year, month, day, hour, minute, second) in the time point's "
+          "standard; second 60.x inside a UTC leap second.")
+      .def(
+          "add",
+          [](const DateTime& dt, double seconds) {
+            if (!std::isfinite(seconds))
+              throw py::value_error(
+                  "the shift is not a finite number of seconds");
+            DateTime out = dt;
+            FXP::MathControl control =
+                FXP::MathControl::createFullPrecisionNearSatMathControl();
+            if (out.addWithOverflowCheck(seconds, control))
+              throw std::overflow_error(
+                  "the sum leaves the range of the storage type " +
+                  KvDateTime::StorageTypeName::name(dt.value.getDataType()));
+            return out;
+          },
+          py::arg("seconds"),
+          "A new time point `seconds` later (days / 86400 for day epochs). "
+          "OverflowError when the sum leaves the storage type.")
+      .def(
+          "convert",
+          [](const DateTime& dt, py::handle epoch, py::handle standard,
+             py::handle storage, py::handle table) {
+            const Epoch toEpoch = epoch.is_none() ? dt.epoch : epochArg(epoch);
+            const TimeStandard toTs =
+                standard.is_none() ? dt.timeStandard : standardArg(standard);
+            const FXP::DataType type = dt.value.getDataType();
+            const FXP::DataType toType =
+                storageOr(type, storage, py::none(), py::none(), py::none());
+            LeapTable& leap = tableArg(table);
+            FixptRangeMath::FixptRangeMathLogger overflow;
+            FXP::MathControl control =
+                FXP::MathControl::createFullPrecisionNearSatMathControl();
+            control.setMathLogger(&overflow);
+            DateTime out = dt;
+            // Epoch and type first: TDB exists only for a double counting
+            // days, so the standard changes where the value is going.
+            if (toEpoch != dt.epoch || !(toType == type)) {
+              out = DateTime(
+                  DvLs{KvDateTime::DateTimeConverter::forEpochs(dt.epoch,
+                                                                toEpoch)
+                           .convertEpochImpl(dt.value, dt.epoch, toEpoch,
+                                             dt.timeStandard, toType, control),
+                       dt.isLeapSecond},
+                  toEpoch, dt.timeStandard);
+            }
+            if (toTs != dt.timeStandard)
+              out = KvDateTime::TimeStandardConverter::convertTimeStandard(
+                  out, toTs, leap.forStorage(toEpoch, toType), control);
+            if (overflow.overflowOccurred())
+              throw std::overflow_error(
+                  "the value does not fit the storage type " +
+                  KvDateTime::StorageTypeName::name(toType));
+            return out;
+          },
+          py::arg("epoch") = py::none(), py::arg("standard") = py::none(),
+          py::arg("storage") = py::none(), py::arg("table") = py::none(),
+          "The same instant in another epoch, standard and/or storage type; "
+          "leap seconds from `table` (the built-in schedule when None).")
+      .def(
+          "format",
+          [](const DateTime& dt, const std::u16string& pattern) {
+            return render(dt, checkedPattern(pattern));
+          },
+          py::arg("pattern"),
+          "The reading rendered by a pattern such as "
+          "\"yyyy-MM-dd HH:mm:ss.SSS t\".")
+      .def("__eq__",
+           [](const DateTime& a, const DateTime& b) {
+             return a.epoch == b.epoch && a.timeStandard == b.timeStandard &&
+                    a.value.getDataType() == b.value.getDataType() &&
+                    a.isLeapSecond == b.isLeapSecond && a.value == b.value;
+           })
+      .def("__repr__", [](const DateTime& dt) {
+        const py::str epoch = py::repr(epochEnum(dt.epoch));
+        return "<DateTime " + render(dt, u"yyyy-MM-dd HH:mm:ss.SSSSSS t") +
+               ", epoch " + epoch.cast<std::string>() + ", storage " +
+               KvDateTime::StorageTypeName::name(dt.value.getDataType()) +
+               (dt.isLeapSecond ? ", leap second>" : ">");
+      });
+  // Equal by content; not hashable, like other Python types that define
+  // __eq__ alone.
+  m.attr("DateTime").attr("__hash__") = py::none();
+}
+
+}  // namespace kvpy
