@@ -7,7 +7,8 @@
 
 PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
             libgtest-dev libbenchmark-dev liberfa-dev libhowardhinnant-date-dev \
-            libicu-dev libfmt-dev libcli11-dev nlohmann-json3-dev python3
+            libicu-dev libfmt-dev libcli11-dev nlohmann-json3-dev python3 \
+            pybind11-dev python3-dev python3-numpy python3-pytest python3-erfa
 JOBS     ?= $(shell nproc)
 BUILD    ?= build/release
 ASAN     ?= build/asan
@@ -59,6 +60,8 @@ bench: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 	@for b in $(BUILD)/bench/kv_bench_*; do \
 	  echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
+	@if [ -d $(BUILD)/python ]; then echo "== python/bench/bench_batch.py"; \
+	  PYTHONPATH=$(BUILD)/python /usr/bin/python3 python/bench/bench_batch.py; fi
 
 # The libFuzzer targets (clang-14), each with its seed corpus in
 # fuzz/corpus; a finding stops the run with the input saved beside its log.

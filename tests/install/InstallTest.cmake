@@ -27,3 +27,11 @@ foreach(mode find_package pkg-config)
   run(${CMAKE_COMMAND} --build "${dir}")
   run("${dir}/consumer")
 endforeach()
+
+# The Python module, when the build made one, imported from the prefix
+# alone: its rpath must find the installed library.
+file(GLOB module "${prefix}/${LIBDIR}/python3/dist-packages/kvdatetime*.so")
+if(module AND PYTHON)
+  set(ENV{PYTHONPATH} "${prefix}/${LIBDIR}/python3/dist-packages")
+  run(${PYTHON} -c "import kvdatetime as k; t = k.DateTime((2016, 12, 31, 23, 59, 60.5)).convert(standard=k.TimeStandard.TAI); assert t.stored == 1483228826.5, t")
+endif()

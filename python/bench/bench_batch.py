@@ -1,0 +1,80 @@
+"""Batch conversion speed beside pyerfa, in one run on the same data.
+
+10^6 UTC instants 1972-2030 (sorted, as a log is), held as seconds since
+1970 in double storage; pyerfa gets the same instants as two-part Julian
+dates, made before the clock starts. Each contender is timed as the best
+of a few runs; the C++ loop is the module's own loop timed inside C++ on
+the same array, so "Python / C++" is what the Python call adds.
+
+usage: PYTHONPATH=<build>/python python3 bench_batch.py [N]
+"""
+import sys
+import time
+
+import warnings
+
+import erfa
+import numpy as np
+
+import kvdatetime as kv
+
+# pyerfa doubts every year beyond its own table's reach (2027 on).
+warnings.simplefilter("ignore", erfa.ErfaWarning)
+N = int(sys.argv[1]) if len(sys.argv) > 1 else 1_000_000
+REPEATS = 5
+UNIX_JD = 2440587.5
+
+
+def best(fn):
+    times = []
+    for _ in range(REPEATS):
+        start = time.perf_counter()
+        fn()
+        times.append(time.perf_counter() - start)
+    return min(times)
+
+
+rng = np.random.default_rng(1)
+start, end = 63072000.0, 1924992000.0  # 1972-01-01, 2031-01-01
+utc = np.sort(rng.uniform(start, end, N).round(6))
+# pyerfa's quasi Julian date stretches a leap-second day to 86401 s, so its
+# two parts come from the calendar reading, which NumPy's datetime64 gives.
+t = (utc * 1e6).astype("datetime64[us]")
+day = t.astype("datetime64[D]")
+month = t.astype("datetime64[M]")
+of_day = (t - day).astype(np.int64) / 1e6
+u1, u2 = erfa.dtf2d("UTC", t.astype("datetime64[Y]").astype(int) + 1970,
+                    month.astype(int) % 12 + 1, (day - month).astype(int) + 1,
+                    (of_day // 3600).astype(int), (of_day % 3600 // 60).astype(int),
+                    of_day % 60)
+
+# The contenders agree before they are timed.
+tai, _ = kv.convert_standard(utc, kv.TimeStandard.UTC, kv.TimeStandard.TAI)
+t1, t2 = erfa.utctai(u1, u2)
+# A TAI count since 1970 leaves out the 10 s TAI - UTC of 1972.
+gap = np.abs(tai - (((t1 - UNIX_JD) + t2) * 86400 - 10)).max()
+assert gap < 1e-5, f"UTC to TAI differs from pyerfa by {gap} s"
+ours = kv.to_calendar(utc)
+theirs = erfa.d2dtf("UTC", 6, u1, u2)
+assert (ours[:, :3].astype(int) == np.column_stack(theirs[:3])).all()
+clock = theirs[3]
+seconds = clock["h"] * 3600.0 + clock["m"] * 60 + clock["s"] + clock["f"] / 1e6
+gap = np.abs(ours[:, 3] * 3600 + ours[:, 4] * 60 + ours[:, 5] - seconds).max()
+assert gap < 2e-6, f"calendar differs from pyerfa by {gap} s"
+
+rows = [
+    ("UTC to TAI", lambda: kv.convert_standard(utc),
+     lambda: erfa.utctai(u1, u2), "utc_to_tai"),
+    ("stored to calendar", lambda: kv.to_calendar(utc),
+     lambda: erfa.d2dtf("UTC", 6, u1, u2), "to_calendar"),
+]
+print(f"{N} values, best of {REPEATS}; ns per value")
+print(f"{'operation':<20}{'kvdatetime':>11}{'pyerfa':>9}{'C++ loop':>10}"
+      f"{'pyerfa/kv':>11}{'kv/C++':>8}")
+for name, ours_fn, theirs_fn, op in rows:
+    kv_s, erfa_s = best(ours_fn), best(theirs_fn)
+    cpp_s = kv._time_loop_for_benchmark(op, utc, kv.Epoch.E1970, "double",
+                                        REPEATS)
+    print(f"{name:<20}{kv_s / N * 1e9:>11.1f}{erfa_s / N * 1e9:>9.1f}"
+          f"{cpp_s / N * 1e9:>10.1f}{erfa_s / kv_s:>11.2f}"
+          f"{kv_s / cpp_s:>8.2f}")
