@@ -174,8 +174,13 @@ void setError(std::exception_ptr error, std::optional<std::size_t> index) {
     std::rethrow_exception(error);
   } catch (py::error_already_set& e) {
     e.restore();
+  } catch (const py::cast_error& e) {
+    // pybind11 reports a value of the wrong type as a RuntimeError.
+    set(PyExc_TypeError, e.what());
   } catch (const py::builtin_exception& e) {
     e.set_error();
+  } catch (const std::bad_alloc&) {
+    set(PyExc_MemoryError, "out of memory");
   } catch (const foundation::core::except::IException& e) {
     py::object err = gError(where + e.identifier() + ": " + e.message());
     err.attr("identifier") = e.identifier();

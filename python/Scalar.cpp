@@ -61,12 +61,14 @@ DateTime fromStored(py::handle value, Epoch epoch, TimeStandard ts,
   if (type.isDouble())
     return withFlag(DateTime(
         DvLs{storedFromDouble(value.cast<double>()), leapSecond}, epoch, ts));
-  if (!py::isinstance<py::int_>(value))
-    throw py::type_error(
-        "a fixed-point stored value is its raw integer, an int");
-  const bool negative = value < py::int_(0);
+  // The raw stored integer: any integer, NumPy's included; a float has no
+  // __index__ and is refused with TypeError.
+  const auto raw =
+      py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()));
+  if (!raw) throw py::error_already_set();
+  const bool negative = raw < py::int_(0);
   const py::bytes b =
-      value.attr("to_bytes")(16, "little", py::arg("signed") = negative);
+      raw.attr("to_bytes")(16, "little", py::arg("signed") = negative);
   const std::string bytes = b;
   FXP::UInt128 bits = 0;
   for (int i = 15; i >= 0; --i)
@@ -268,7 +270,7 @@ void bindScalar(py::module_& m) {
                     a.isLeapSecond == b.isLeapSecond && a.value == b.value;
            })
       .def("__repr__", [](const DateTime& dt) {
-        const py::str epoch = py::repr(epochEnum(dt.epoch));
+        const py::str epoch = py::str(epochEnum(dt.epoch));
         return "<DateTime " + render(dt, u"yyyy-MM-dd HH:mm:ss.SSSSSS t") +
                ", epoch " + epoch.cast<std::string>() + ", storage " +
                KvDateTime::StorageTypeName::name(dt.value.getDataType()) +

@@ -121,6 +121,11 @@ def test_batch_equals_scalar_on_random_unsorted_arrays(storage):
     np.testing.assert_array_equal(
         kv.to_calendar(stored, storage=storage, leap_second=leap),
         [dt.to_calendar() for dt in scalars])
+    if stored.ndim == 2:  # the same words as one 16-byte record each
+        records = stored.view([("lo", "<u8"), ("hi", "<i8")]).ravel()
+        np.testing.assert_array_equal(
+            kv.to_calendar(records, storage=storage, leap_second=leap),
+            kv.to_calendar(stored, storage=storage, leap_second=leap))
     assert kv.format(stored, "yyyy-MM-dd HH:mm:ss.SSS t", storage=storage,
                      leap_second=leap) == \
         [dt.format("yyyy-MM-dd HH:mm:ss.SSS t") for dt in scalars]
@@ -179,6 +184,8 @@ BAD = [
     (lambda: DateTime.from_compact(b"\xff" * 8), ValueError, None),
     (lambda: DateTime.from_stored(2 ** 40, storage="s32:0"), OverflowError,
      None),
+    (lambda: DateTime.from_stored(1.5, storage="s64:20"), TypeError, None),
+    (lambda: DateTime(("2016", 1, 1)), TypeError, None),
     (lambda: DateTime.from_stored(1.0, standard=TS.TAI, leap_second=True),
      *kv_error("BadLeapSecondBoolTimeStandard")),
     (lambda: D.add(float("inf")), ValueError, None),
