@@ -165,10 +165,9 @@ void checkAdd(const DateTime& start, double seconds, MathMode mode, int how,
   if (how == 1) overflow = dt.addWithOverflowCheck(seconds, control);
   if (how == 2) dt.subtract(seconds, control);
   if (how != 1) overflow = logger.overflowOccurred();
-  KVFUZZ_CHECK(
-      !compare(exactOf(dt.value), want.value) &&
-          overflow == (want.overflow || magnitudeOverflows),
-      where + " gave " + describe(dt.value));
+  KVFUZZ_CHECK(!compare(exactOf(dt.value), want.value) &&
+                   overflow == (want.overflow || magnitudeOverflows),
+               where + " gave " + describe(dt.value));
   KVFUZZ_CHECK(dt.isLeapSecond == start.isLeapSecond &&
                    dt.epoch == start.epoch &&
                    dt.timeStandard == start.timeStandard &&
