@@ -1,7 +1,8 @@
 # Set-up and build entry points for a fresh Debian 12 machine.
 #   make demo   install what is missing, build, run the demo
 #   make test   install, build, run every test (optimised and sanitizer
-#               builds) and each fuzz target for a short smoke run
+#               builds), the concurrency test under ThreadSanitizer and
+#               each fuzz target for a short smoke run
 #   make fuzz   run each fuzz target for FUZZ_SECONDS (default 600)
 #   make bench  install, build optimised, run the benchmarks beside their peers
 
@@ -11,14 +12,15 @@ PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
 JOBS     ?= $(shell nproc)
 BUILD    ?= build/release
 ASAN     ?= build/asan
+TSAN     ?= build/tsan
 FUZZ     ?= build/fuzz
 FUZZ_SECONDS ?= 600
 FUZZ_SMOKE_SECONDS ?= 20
 FUZZERS  := calendar format fxp datetime
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 
-.PHONY: deps demo test test-release test-asan bench clean fuzz-deps fuzz-build \
-        fuzz fuzz-smoke
+.PHONY: deps demo test test-release test-asan test-tsan bench clean fuzz-deps \
+        fuzz-build fuzz fuzz-smoke
 
 deps:
 	@missing=""; for p in $(PACKAGES); do \
@@ -35,6 +37,11 @@ $(BUILD)/CMakeCache.txt: | deps
 
 $(ASAN)/CMakeCache.txt: | deps
 	cmake -S . -B $(ASAN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVDT_SANITIZE=ON -DKVDT_BUILD_BENCH=OFF
+
+# Only what the concurrency test needs is built with ThreadSanitizer.
+$(TSAN)/CMakeCache.txt: | deps
+	cmake -S . -B $(TSAN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVDT_TSAN=ON \
+	  -DKVDT_BUILD_BENCH=OFF -DKVDT_BUILD_EXAMPLES=OFF -DKVDT_BUILD_TOOLS=OFF
 
 demo: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS) --target kvdt_demo
@@ -53,7 +60,13 @@ test-asan: deps $(ASAN)/CMakeCache.txt
 	  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
 	  ctest --output-on-failure -j $(JOBS)
 
-test: test-release test-asan fuzz-smoke
+test-tsan: deps $(TSAN)/CMakeCache.txt
+	cmake $(TSAN) -DKVDT_WERROR=ON
+	cmake --build $(TSAN) -j $(JOBS) --target kvdt_concurrency_tests
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	  $(TSAN)/tests/date_time/kvdt_concurrency_tests --gtest_brief=1
+
+test: test-release test-asan test-tsan fuzz-smoke
 
 bench: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
