@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "date_time/DateTime.hpp"
+#include "tests/TestScale.hpp"
 #include "tests/date_time/TestHelpers.hpp"
 
 namespace {
@@ -82,7 +83,7 @@ TEST(DateTimeValue, MatchesExactOracleAndReadsBack) {
   std::mt19937_64 rng(20261122);
   std::uniform_int_distribution<int> year(1401, 9998), month(1, 12), day(1, 28),
       hour(0, 23), minute(0, 59), second(0, 59), frac(0, (1 << 20) - 1);
-  for (int i = 0; i < 4000; ++i) {
+  for (int i = 0; i < kvtest::scaled(4000); ++i) {
     const bool whole = i % 2 == 0;
     const DateTimeStruct cal =
         handFilled(year(rng), month(rng), day(rng), hour(rng), minute(rng),
