@@ -130,6 +130,26 @@ double belowOne(double fraction) {
   return std::fmin(fraction, 0x1.fffffffffffffp-1);
 }
 
+// Whether floor(value) fits the 64-bit whole part of the split. A count
+// beyond it (2^63 s is some 2.9e11 years) lies far outside the calendar's
+// years, but the split would wrap it back near the epoch and read it as a
+// valid date; such a count is out of range, not a date.
+bool splitKeepsWholePart(const FXP::DataValue& value) {
+  const FXP::DataType& type = value.getDataType();
+  if (type.isDouble()) {
+    const double d = value.toDouble();
+    return d >= -0x1p63 && d < 0x1p63;
+  }
+  const int integerBits = type.wordLength() - type.fractionLength();
+  if (integerBits <= (type.isSigned() ? 64 : 63)) return true;
+  // Comparisons are exact across types; both bounds are exact doubles.
+  static const FXP::DataValue kBelow = FXP::DataValue::fromDouble(
+      FXP::DataType::doubleT(), -0x1p63, FXP::MathMode());
+  static const FXP::DataValue kAbove = FXP::DataValue::fromDouble(
+      FXP::DataType::doubleT(), 0x1p63, FXP::MathMode());
+  return kBelow <= value && value < kAbove;
+}
+
 }  // namespace
 
 EpochTimeStruct DateTime::splitStorageValue(const FXP::DataValue& value) {
@@ -175,12 +195,14 @@ EpochTimeStruct DateTime::splitStorageValue(const FXP::DataValue& value) {
 DateTimeStruct DateTime::convertDVToDateTimeStruct(const DvLs& valueAndFlag,
                                                    Epoch epoch,
                                                    TimeStandard ts) {
+  const bool days = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
+  if (!days && !splitKeepsWholePart(valueAndFlag.value))
+    kvsvThrowIException(Korvane::DateTime::BadYear());
   DateTimeStruct cal =
-      DateTimeUtilities::isJulianCompatibleEpoch(epoch)
-          ? DateTimeUtilities::julianDateToCalendar(
-                valueAndFlag.value.toDouble(), epoch, ts)
-          : DateTimeUtilities::epochTimeToCalendar(
-                splitStorageValue(valueAndFlag.value), epoch, ts);
+      days ? DateTimeUtilities::julianDateToCalendar(
+                 valueAndFlag.value.toDouble(), epoch, ts)
+           : DateTimeUtilities::epochTimeToCalendar(
+                 splitStorageValue(valueAndFlag.value), epoch, ts);
   if (!valueAndFlag.isLeapSecond) return cal;
   if (ts != TimeStandard::UTC)
     kvsvThrowIException(Korvane::DateTime::BadLeapSecondBoolTimeStandard());
@@ -253,8 +275,21 @@ bool DateTime::addWithOverflowCheck(double seconds, FXP::MathControl& control) {
 void DateTime::addGeneral(bool back, double magnitude,
                           FXP::MathControl& control) {
   const FXP::DataType& type = value.getDataType();
-  const FXP::DataValue step =
-      FXP::DataValue::fromDouble(type, magnitude, control.getMathMode());
+  // fromDouble has no logger, so a shift the type cannot hold would saturate
+  // unheard and the sum might still fit (0 + infinity in an unsigned type
+  // ends at its top without an overflow). A finite shift is therefore made
+  // by a conversion under the control, which gives the same value and is
+  // heard; an infinite one overflows every type.
+  FXP::DataValue step;
+  if (std::isfinite(magnitude)) {
+    step = FXP::DataValue::fromDouble(FXP::DataType::doubleT(), magnitude,
+                                      control.getMathMode())
+               .convert(type, control);
+  } else {
+    step = FXP::DataValue::fromDouble(type, magnitude, control.getMathMode());
+    if (!std::isnan(magnitude) && control.getMathLogger() != nullptr)
+      control.getMathLogger()->logOverflow();
+  }
   value =
       back ? value.minus(type, step, control) : value.add(type, step, control);
 }

@@ -51,7 +51,9 @@ class KVDT_EXPORT DateTime : public DvLs {
   // The inverse. A set flag outside UTC throws
   // "Korvane:DateTime:BadLeapSecondBoolTimeStandard"; a set flag on a UTC
   // reading that is not 23:59:59.x of 30 June or 31 December throws
-  // "Korvane:DateTime:BadLeapSecondBoolTimestamp".
+  // "Korvane:DateTime:BadLeapSecondBoolTimestamp". A second-epoch count
+  // whose floor does not fit 64 bits throws "Korvane:DateTime:BadYear": it
+  // lies far beyond year 9999, where the split alone would wrap it.
   static DateTimeStruct convertDVToDateTimeStruct(const DvLs& valueAndFlag,
                                                   Epoch epoch, TimeStandard ts);
   DateTimeStruct toDateTimeStruct() const;
@@ -85,7 +87,9 @@ class KVDT_EXPORT DateTime : public DvLs {
   // Moves the value by `seconds` (days/86400 for day epochs) in its own
   // storage type under `control`. A negative shift is converted as a
   // magnitude and subtracted, so unsigned storage can move backwards.
-  // Flag, epoch and standard are unchanged.
+  // A shift the type cannot hold, an infinite one included, overflows like
+  // a sum that leaves the type: the control's logger hears of it. A NaN
+  // shift moves nothing. Flag, epoch and standard are unchanged.
   // Inline: a model steps its clock with this, and the fixed-point fast path
   // is inline too.
   void add(double seconds, FXP::MathControl& control) {

@@ -8,11 +8,22 @@ namespace {
 
 constexpr double kSecondsPerDay = 86400.0;
 
+// A constant in `type`: the value fromDouble gives under the control's mode,
+// but made by a conversion under the control itself, so that a constant the
+// type cannot hold (a negative offset in unsigned storage, 86400 in a type
+// with few integer bits) is reported to the control's logger like any
+// other overflow instead of saturating unheard. A double converts exactly.
+FXP::DataValue constantIn(const FXP::DataType& type, double x,
+                          FXP::MathControl& control) {
+  return FXP::DataValue::fromDouble(FXP::DataType::doubleT(), x,
+                                    control.getMathMode())
+      .convert(type, control);
+}
+
 FXP::DataValue offsetIn(const FXP::DataType& type, Epoch from, Epoch to,
-                        TimeStandard ts, const FXP::MathControl& control) {
-  return FXP::DataValue::fromDouble(
-      type, DateTimeUtilities::getEpochOffset(from, to, ts),
-      control.getMathMode());
+                        TimeStandard ts, FXP::MathControl& control) {
+  return constantIn(type, DateTimeUtilities::getEpochOffset(from, to, ts),
+                    control);
 }
 
 }  // namespace
@@ -75,10 +86,8 @@ FXP::DataValue DateTimeConverterJD2Sec::convertEpochImpl(
   const FXP::DataType d = FXP::DataType::doubleT();
   const FXP::DataValue days =
       value.add(d, offsetIn(d, from, to, ts, control), control);
-  return days.multiplyBy(targetType,
-                         FXP::DataValue::fromDouble(targetType, kSecondsPerDay,
-                                                    control.getMathMode()),
-                         control);
+  return days.multiplyBy(
+      targetType, constantIn(targetType, kSecondsPerDay, control), control);
 }
 
 FXP::DataValue DateTimeConverterSec2JD::convertEpochImpl(

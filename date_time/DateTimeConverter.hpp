@@ -33,8 +33,11 @@ class KVDT_EXPORT DateTimeConverter {
 
   // `value` counted from `from`, counted from `to` in `targetType`, rounded
   // and overflowed as `control` says. A move between the families adds the
-  // offset on the day side. Throws std::out_of_range("map::at") for an epoch
-  // outside the enumeration, and what the arithmetic throws.
+  // offset on the day side. Where the offset or the day length enters the
+  // target type, one that does not fit it saturates or wraps by the
+  // control's mode and is reported to the control's logger. Throws
+  // std::out_of_range("map::at") for an epoch outside the enumeration, and what
+  // the arithmetic throws.
   virtual FXP::DataValue convertEpochImpl(const FXP::DataValue& value,
                                           Epoch from, Epoch to, TimeStandard ts,
                                           const FXP::DataType& targetType,

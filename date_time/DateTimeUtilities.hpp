@@ -76,7 +76,7 @@ class KVDT_EXPORT DateTimeUtilities {
   // --- Calendar <-> epoch time (seconds) -----------------------------------
   // In these two, an epoch outside the enumeration counts from 1958-01-01
   // like the day epochs, and a standard outside it reads like TAI (pinned
-  // by BadInput.CalendarFunctionsNameEveryBadArgument).
+  // by BadInput.EnumeratorsOutsideTheirRangeAreNamed).
   // Seconds since `epoch`, read on the TAI axis: UTC readings are 10 s
   // behind it, TT readings 32.184 s ahead; further leap seconds are not
   // applied here. Throws the diagnostic of validateDateTime. A leap second

@@ -231,10 +231,17 @@ DvLs TimeStandardConverter::convertUTCtoTDBImpl(
     const DvLs& value, const LeapSecondTableData& table, TimeStandard from,
     TimeStandard to, Epoch epoch, FXP::MathControl& mathControl,
     std::uint32_t* cursor, bool holdCursor) {
-  const DvLs tt = convertUTCtoTAITTImpl(value, table, from, TimeStandard::TT,
-                                        epoch, mathControl, cursor, holdCursor);
-  return convertTAITTtoTDBImpl(tt, table, TimeStandard::TT, to, epoch,
-                               mathControl, nullptr, false);
+  // The UTC step runs first, so that its diagnostics come before the TDB
+  // checks, but on a copy of the cursor: a value the TDB step then refuses
+  // must not have moved the caller's position.
+  std::uint32_t position = cursor ? *cursor : 0;
+  const DvLs tt = convertUTCtoTAITTImpl(
+      value, table, from, TimeStandard::TT, epoch, mathControl,
+      cursor ? &position : nullptr, holdCursor);
+  const DvLs tdb = convertTAITTtoTDBImpl(tt, table, TimeStandard::TT, to, epoch,
+                                         mathControl, nullptr, false);
+  if (cursor) *cursor = position;
+  return tdb;
 }
 
 }  // namespace KvDateTime

@@ -68,7 +68,12 @@ class KVDT_EXPORT TimeStandardConverter {
 
   // UTC (value 23:59:59.x with the flag set inside an inserted second) to
   // TAI or TT. Second epochs give TAI and TT the same result: their counts
-  // carry no 32.184 s.
+  // carry no 32.184 s. A set flag adds one second whatever the table holds
+  // for that day: the flag is not checked against the table (nor is it by
+  // the read-back, which judges the calendar position only), so on a day
+  // without an inserted second it lands on the next day's 00:00:00.x.
+  // Deliberately trusted as given: only the table knows the inserted
+  // seconds, and the converters do not second-guess their input's flag.
   static DvLs convertUTCtoTAITTImpl(const DvLs& value,
                                     const LeapSecondTableData& table,
                                     TimeStandard from, TimeStandard to,

@@ -18,8 +18,7 @@ namespace detail {
 // 128-bit dividend shifted by up to 2303 bits (largest double exponent minus
 // smallest, plus 256 fraction bits and two guard bits), so 2560 bits hold
 // every case without a heap allocation.
-constexpr int kLimbs = 80;
-constexpr int kBits = 32 * kLimbs;
+constexpr int kLimbs = 80;  // 2560 bits
 
 // Invariant: limbs at index n and above are zero, w[n-1] != 0 when n > 0.
 struct Nat {
@@ -38,7 +37,6 @@ struct Exact {
 namespace {
 
 using detail::Exact;
-using detail::kBits;
 using detail::kLimbs;
 using detail::Nat;
 
@@ -72,8 +70,8 @@ int compare(const Nat& a, const Nat& b) {
   return 0;
 }
 
-// Callers keep bitLength(a) + s within kBits; the bounds are argued where the
-// shift amounts are formed.
+// Callers keep bitLength(a) + s within 32 * kLimbs bits; the bounds are argued
+// where the shift amounts are formed.
 void shiftLeft(Nat& a, int s) {
   if (a.n == 0 || s == 0) return;
   const int ls = s / 32, bs = s % 32;
@@ -124,7 +122,7 @@ void addInPlace(Nat& a, const Nat& b) {
     carry >>= 32;
   }
   a.n = n;
-  if (carry != 0) a.w[a.n++] = 1;  // widths stay far below kBits
+  if (carry != 0) a.w[a.n++] = 1;  // widths stay far below 32 * kLimbs
 }
 
 // a -= b for a >= b.

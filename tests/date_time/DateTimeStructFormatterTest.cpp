@@ -15,6 +15,7 @@
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "host/diag/MessageCatalog.hpp"
 #include "tests/CountingAllocator.hpp"
+#include "tests/TestScale.hpp"
 
 namespace {
 
@@ -171,7 +172,7 @@ TEST(IcuOracle, SharedLettersAgree) {
   // Milliseconds from 1970 to 1400-01-01, and from there to 10000-01-01.
   const std::int64_t first = -17987443200000, span = 271389744000000;
   std::mt19937_64 rng(4);
-  for (int i = 0; i < 12000; ++i) {
+  for (int i = 0; i < kvtest::scaled(12000); ++i) {
     const std::int64_t ms = i < 2 ? i * (span - 1) : rng() % span;
     cal.setTime(static_cast<UDate>(first + ms), status);
     auto get = [&](UCalendarDateFields f) { return cal.get(f, status); };
@@ -203,7 +204,7 @@ TEST(PatternFuzz, EitherAListedDiagnosticOrARendering) {
       kSample, handFilled(1e300, 12, 31, 23, 59, 60.999999999),
       handFilled(kNaN, 6, 30, 12, 30, 0.9999999999999999)};
   std::mt19937 rng(5);
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < kvtest::scaled(20000); ++i) {
     std::u16string pattern;
     for (int k = rng() % 25; k > 0; --k) {
       const std::size_t u = rng() % (units.size() + 1);

@@ -10,6 +10,7 @@
 
 #include "date_time/DateTime.hpp"
 #include "host/fxp/DataType.hpp"
+#include "tests/TestScale.hpp"
 #include "tests/date_time/TestHelpers.hpp"
 
 namespace kvtest {
@@ -97,7 +98,7 @@ inline std::vector<UtcReading> utcGrid(int hours) {
       for (double s : {0.0, 1e-5, 4.9e-5, 0.5, 1.0})
         out.push_back({r.year, r.month, r.day, s});
     }
-    for (; sod < 86400; sod += hours * 3600.0)
+    for (; sod < 86400; sod += hours * 3600.0 * reduction())
       if (!stepped || sod > 1) out.push_back({r.year, r.month, r.day, sod});
     prev = r;
   }

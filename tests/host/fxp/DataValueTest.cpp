@@ -9,6 +9,7 @@
 
 #include "host/fxp/FXP.hpp"
 #include "tests/CountingAllocator.hpp"
+#include "tests/TestScale.hpp"
 #include "tests/host/fxp/FxpOracle.hpp"
 
 namespace {
@@ -53,7 +54,8 @@ TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
   for (const Op op :
        {Op::kAdd, Op::kMinus, Op::kMultiply, Op::kDivide, Op::kConvert}) {
     Generator gen{std::mt19937_64(static_cast<int>(op))};
-    for (int i = 0, failures = 0; i < 100000 && failures < 10; ++i) {
+    for (int i = 0, failures = 0; i < kvtest::scaled(100000) && failures < 10;
+         ++i) {
       const DataType ta = gen.type();
       const bool same = gen.uniform(0, 2) == 0;
       const DataType tb = same ? ta : gen.type(), tr = same ? ta : gen.type(20);

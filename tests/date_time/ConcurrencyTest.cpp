@@ -1,0 +1,81 @@
+// Threads step, read back, format and convert at once through shared
+// formatters, converters and leap-second tables, each with its own time
+// point, cursor and math control, and must reach what one thread alone
+// reaches. The TSan build of make test runs this; no race may be reported.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "date_time/DateTimeConverter.hpp"
+#include "date_time/DateTimeStructFormatter.hpp"
+#include "date_time/TimeStandardConverter.hpp"
+
+namespace {
+
+using namespace KvDateTime;
+using FXP::DataType;
+using TS = TimeStandard;
+
+struct Shared {
+  DateTimeStructFormatter formatter{DateTimeStruct({2024, 3, 5, 7, 8, 9.25}),
+                                    TS::TT};
+  KvTypeSys::DataTypeTable types;
+  std::uint32_t mjdDouble = types.add(DataType().getProp());
+  DataType fixed = DataType::fixedT(true, 96, 32);
+  LeapSecondTableData seconds =
+      LeapSecondTableDataCreator::build(Epoch::Epoch1970, fixed);
+  LeapSecondTableData days =
+      LeapSecondTableDataCreator::build(Epoch::EpochMJD, DataType());
+  TimeStandardConverterUTCtoTDB toTdb{TS::TDB};
+};
+
+std::u16string text(const DateTime& dt, const char16_t* pattern) {
+  return DateTimeStructFormatter(dt.toDateTimeStruct(), dt.timeStandard)
+      .getFormattedStr(pattern);
+}
+
+// A UTC clock stepped across the leap second at the end of 2016, read back
+// and formatted, and moved to TAI (with the thread's cursor), MJD and TDB.
+std::u16string run(const Shared& s, int thread) {
+  DateTime clock(DateTimeStruct({2016, 12, 31, 23, 59, 50.0 + thread}),
+                 Epoch::Epoch1970, TS::UTC, s.fixed);
+  FXP::MathControl control(
+      FXP::MathMode(FXP::MathMode::kFloor, FXP::MathMode::kSaturate));
+  const DateTimeConverter& toMjd =
+      DateTimeConverter::forEpochs(Epoch::Epoch1970, Epoch::EpochMJD);
+  std::u16string digest;
+  std::uint32_t cursor = 0;
+  for (int i = 0; i < 300; ++i) {
+    clock.add(0.125 + 0.5 * (i % 7), control);
+    digest += text(clock, u"yyyy-MM-dd HH:mm:ss.SSS e D");
+    digest += s.formatter.getFormattedStr(u"eee t");
+    const DateTime mjd = toMjd.convertAttributes(
+        clock, {Epoch::EpochMJD, s.mjdDouble}, &s.types, control);
+    digest += text(TimeStandardConverter::convertTimeStandard(
+                       clock, TS::TAI, s.seconds, control, &cursor),
+                   u"ss.SSS");
+    digest +=
+        text(s.toTdb.convertTimeStandard(mjd, s.days, control), u"ss.SSS");
+    digest += static_cast<char16_t>(
+        u'0' + DateTimeUtilities::timestampToDayOfWeek(clock));
+  }
+  return digest;
+}
+
+TEST(Concurrency, SharedObjectsGiveEachThreadWhatItGetsAlone) {
+  const Shared shared;
+  constexpr int kThreads = 4;
+  std::vector<std::u16string> alone(kThreads), together(kThreads);
+  // Together first, so that the library's first calls (its function-local
+  // statics included) meet on several threads.
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&, t] { together[t] = run(shared, t); });
+  for (std::thread& th : threads) th.join();
+  for (int t = 0; t < kThreads; ++t) alone[t] = run(shared, t);
+  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(together[t], alone[t]) << t;
+}
+
+}  // namespace
