@@ -103,10 +103,6 @@ inline DvLs toDvLs(const DateTimeStruct& cal, Epoch epoch, TimeStandard ts,
 
 }  // namespace
 
-DateTime::DateTime(const DvLs& valueAndFlag, Epoch epoch,
-                   TimeStandard ts) noexcept
-    : DvLs(valueAndFlag), epoch(epoch), timeStandard(ts) {}
-
 DateTime::DateTime(Epoch epoch, TimeStandard ts, const FXP::DataType& type)
     : DvLs{FXP::DataValue::fromDouble(type, 0.0, FXP::MathMode()), false},
       epoch(epoch),
