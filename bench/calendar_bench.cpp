@@ -1,3 +1,8 @@
+// Result, 2026-11-23: same VM (load average 9-12), Release, after the packed
+// ordinary-reading test: calendarToEpochTime TAI / Hinnant civil->seconds,
+// CPU ns 9.39 / 5.87 (1.60x) and 8.87 / 7.60 (1.17x) in two runs, 1.04x in a
+// third; the previous build gave 12.1 / 5.85 (2.07x) beside them.
+//
 // Result, 2026-11-22: shared 2-vCPU Xeon VM, g++ 12 -O3, Release, `make bench`
 // (kv_bench_calendar --benchmark_min_time=0.2), CPU ns per operation:
 //   validateDateTime          11.4   Hinnant ymd.ok()+bounds   4.07

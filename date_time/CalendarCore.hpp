@@ -3,11 +3,15 @@
 // 1970-01-01 (day 0). The day-count algorithms are H. Hinnant's
 // "chrono-Compatible Low-Level Date Algorithms": exact for every year that
 // fits, negative ones included, with no table and no branch on the month.
+// Also the ordinary path from a calendar reading to seconds since an epoch,
+// shared by the calendar conversion and the time point's constructor.
 // Private to the library: no installed header includes it.
 #pragma once
 
-#include <array>
 #include <cstdint>
+
+#include "date_time/DateTimeStruct.hpp"
+#include "host/typesys/DateTimeEnums.hpp"
 
 namespace KvDateTime::detail {
 
@@ -19,11 +23,12 @@ constexpr bool isLeapYear(std::int64_t y) noexcept {
   return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
 }
 
-// Month 1..12.
+// Month 1..12. Worked out rather than looked up: a local table is built on
+// the stack on every call. Outside February the months alternate 31, 30
+// from January and again from August: the low bit of month ^ (month >> 3).
 constexpr unsigned monthLength(bool leap, unsigned month) noexcept {
-  constexpr std::array<std::uint8_t, 12> kDays = {31, 28, 31, 30, 31, 30,
-                                                  31, 31, 30, 31, 30, 31};
-  return kDays[month - 1] + (leap && month == 2 ? 1u : 0u);
+  if (month == 2) return leap ? 29u : 28u;
+  return 30u + ((month ^ (month >> 3)) & 1u);
 }
 
 // Linear in `day`, so a day past the month's end (or 0) counts on into the
@@ -86,5 +91,121 @@ static_assert(civilFromDays(11016).month == 2 &&
               civilFromDays(11016).day == 29);
 static_assert(weekdayFromDays(0) == 5 && weekdayFromDays(-4) == 1);
 static_assert(monthLength(true, 2) == 29 && monthLength(false, 2) == 28);
+static_assert(monthLength(false, 1) == 31 && monthLength(false, 7) == 31 &&
+              monthLength(false, 8) == 31 && monthLength(false, 9) == 30 &&
+              monthLength(false, 11) == 30 && monthLength(false, 12) == 31);
+
+// --- Calendar readings to seconds since an epoch -----------------------------
+//
+// The ordinary path of DateTimeUtilities::calendarToEpochTime, inline here so
+// that building a DateTime from a reading runs it without a call.
+
+// Nearly every reading a simulation passes is an ordinary one: every field
+// in range and whole where it must be, the second below 60. This tests
+// exactly that with few branches and hands back the whole fields; anything
+// else (a failure, a leap second, a NaN second) goes to the ordered rules,
+// which name the first problem. A reading accepted here is accepted there
+// too, so the outcome is the same either way.
+struct OrdinaryFields {
+  std::int32_t year, month, day, hour, minute, second;  // second: floored
+};
+
+// The fields go two to a vector register: six range tests and five
+// whole-number tests then take a handful of packed instructions instead of a
+// compare, a flag and an AND each. NaN fails every comparison.
+typedef double Pair __attribute__((vector_size(16)));
+typedef std::int64_t PairMask __attribute__((vector_size(16)));
+typedef std::int32_t IntPair __attribute__((vector_size(8)));
+
+// Both lanes set: folded into one lane first, so one lane is read.
+inline bool bothLanes(PairMask m) noexcept {
+  return (m & __builtin_shufflevector(m, m, 1, 0))[0] != 0;
+}
+
+inline bool ordinaryReading(double y, double mo, double d, double h, double mi,
+                            double s, OrdinaryFields& out) noexcept {
+  const Pair ymo = {y, mo}, dh = {d, h}, mis = {mi, s};
+  // s < 60 as s <= the largest double below 60, so all six are "<=".
+  constexpr double kBelowSixty = 0x1.dffffffffffffp5;
+  const PairMask inRange = (ymo >= Pair{double(kFirstYear), 1.0}) &
+                           (ymo <= Pair{double(kLastYear), 12.0}) &
+                           (dh >= Pair{1.0, 0.0}) & (dh <= Pair{31.0, 23.0}) &
+                           (mis >= Pair{0.0, 0.0}) &
+                           (mis <= Pair{59.0, kBelowSixty});
+  if (!bothLanes(inRange)) return false;
+  // In range, so the conversions are exact truncations (the second floors).
+  const IntPair iymo = __builtin_convertvector(ymo, IntPair);
+  const IntPair idh = __builtin_convertvector(dh, IntPair);
+  const IntPair imis = __builtin_convertvector(mis, IntPair);
+  out = {iymo[0], iymo[1], idh[0], idh[1], imis[0], imis[1]};
+  const PairMask whole = (__builtin_convertvector(iymo, Pair) == ymo) &
+                         (__builtin_convertvector(idh, Pair) == dh);
+  if (!bothLanes(whole) || imis[0] != mi) return false;
+  if (out.day <= 28) return true;  // every month has 28 days
+  return static_cast<unsigned>(out.day) <=
+         monthLength(isLeapYear(out.year), static_cast<unsigned>(out.month));
+}
+
+// Each epoch's instant on the TAI axis, as a day (counted from 1970-01-01)
+// and a second of that day. 1970 and 1900 are UTC epochs: their 00:00:00
+// UTC lies at 00:00:10 TAI (TAI-UTC was 10 s at the start of 1972 and is
+// taken as fixed here). Every other epoch value counts from 1958-01-01
+// 00:00:00.
+struct EpochInstant {
+  std::int64_t day;
+  std::int64_t secondOfDay;  // 10 or 0
+};
+inline constexpr EpochInstant kEpoch1970{daysFromCivil(1970, 1, 1), 10};
+inline constexpr EpochInstant kEpoch1900{daysFromCivil(1900, 1, 1), 10};
+inline constexpr EpochInstant kEpoch1958{daysFromCivil(1958, 1, 1), 0};
+
+constexpr const EpochInstant& epochReference(Epoch epoch) noexcept {
+  switch (epoch) {
+    case Epoch::Epoch1970:
+      return kEpoch1970;
+    case Epoch::Epoch1900:
+      return kEpoch1900;
+    default:
+      return kEpoch1958;
+  }
+}
+
+// The seconds since `epoch` of validated fields, `second` the reading's
+// unfloored second.
+inline EpochTimeStruct epochTimeOf(const OrdinaryFields& f, double second,
+                                   Epoch epoch, TimeStandard ts) noexcept {
+  const std::int64_t day = daysFromCivil(f.year, static_cast<unsigned>(f.month),
+                                         static_cast<unsigned>(f.day));
+
+  // Validation has bounded every field, so the instant fits a 64-bit
+  // microsecond count many times over and can be formed in whole seconds
+  // directly: the same count as the microsecond time arithmetic divided by
+  // 10^6, without its special-value checks on every step.
+  const EpochInstant& ref = epochReference(epoch);
+  std::int64_t whole = (day - ref.day) * 86400 + std::int64_t{f.hour} * 3600 +
+                       std::int64_t{f.minute} * 60 + f.second - ref.secondOfDay;
+
+  // [0, 1): 0.5 for second 60.5; NaN for a NaN second.
+  double frac = second - static_cast<double>(f.second);
+  switch (ts) {
+    case TimeStandard::UTC:
+      whole += 10;
+      break;
+    case TimeStandard::TT:
+      // 32.184 s: the whole seconds go to the count, 0.184 s to the fraction,
+      // with a borrow when the fraction would turn negative.
+      frac -= 0.184;
+      if (frac < 0.0) {
+        frac += 1.0;
+        whole -= 33;
+      } else {
+        whole -= 32;
+      }
+      break;
+    default:
+      break;
+  }
+  return {whole, frac};
+}
 
 }  // namespace KvDateTime::detail

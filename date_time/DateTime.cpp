@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "date_time/CalendarCore.hpp"
 #include "date_time/DateTimeUtilities.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "date_time/diagnostics/Raise.hpp"
@@ -60,8 +61,13 @@ bool isLastSecondOfHalfYear(const DateTimeStruct& cal) {
 [[gnu::always_inline]] inline FXP::DataValue secondsValue(
     const DateTimeStruct& reading, Epoch epoch, TimeStandard ts,
     const FXP::DataType& type) {
+  // calendarToEpochTime, its ordinary readings without a call.
+  detail::OrdinaryFields f;
   const EpochTimeStruct ets =
-      DateTimeUtilities::calendarToEpochTime(reading, epoch, ts);
+      detail::ordinaryReading(reading.year, reading.month, reading.day,
+                              reading.hour, reading.minute, reading.second, f)
+          ? detail::epochTimeOf(f, reading.second, epoch, ts)
+          : DateTimeUtilities::calendarToEpochTime(reading, epoch, ts);
   // The same sum on the inline fast paths, where they hold. The value stays
   // in registers: the general path gets none of its address.
   if (ets.wholePart >= -(std::int64_t{1} << 53) &&
@@ -102,10 +108,6 @@ inline DvLs toDvLs(const DateTimeStruct& cal, Epoch epoch, TimeStandard ts,
 }
 
 }  // namespace
-
-DateTime::DateTime(const DvLs& valueAndFlag, Epoch epoch,
-                   TimeStandard ts) noexcept
-    : DvLs(valueAndFlag), epoch(epoch), timeStandard(ts) {}
 
 DateTime::DateTime(Epoch epoch, TimeStandard ts, const FXP::DataType& type)
     : DvLs{FXP::DataValue::fromDouble(type, 0.0, FXP::MathMode()), false},

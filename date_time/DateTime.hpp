@@ -33,7 +33,8 @@ class KVDT_EXPORT DateTime : public DvLs {
   Epoch epoch;
   TimeStandard timeStandard;
 
-  DateTime(const DvLs& valueAndFlag, Epoch epoch, TimeStandard ts) noexcept;
+  DateTime(const DvLs& valueAndFlag, Epoch epoch, TimeStandard ts) noexcept
+      : DvLs(valueAndFlag), epoch(epoch), timeStandard(ts) {}
   // Value 0 in `type`, flag clear.
   DateTime(Epoch epoch, TimeStandard ts, const FXP::DataType& type);
   // See convertDateTimeStructToDV.

@@ -26,30 +26,6 @@ using Korvane::DateTime::makeDiagnostic;
 constexpr double kTaiModelStartTolerance =
     std::bit_cast<double>(std::uint64_t{0x4023FFFE2A000000});
 
-// Each epoch's instant on the TAI axis, as a day (counted from 1970-01-01)
-// and a second of that day. 1970 and 1900 are UTC epochs: their 00:00:00
-// UTC lies at 00:00:10 TAI (TAI-UTC was 10 s at the start of 1972 and is
-// taken as fixed here). Every other epoch value counts from 1958-01-01
-// 00:00:00.
-struct EpochInstant {
-  std::int64_t day;
-  std::int64_t secondOfDay;  // 10 or 0
-};
-constexpr EpochInstant kEpoch1970{detail::daysFromCivil(1970, 1, 1), 10};
-constexpr EpochInstant kEpoch1900{detail::daysFromCivil(1900, 1, 1), 10};
-constexpr EpochInstant kEpoch1958{detail::daysFromCivil(1958, 1, 1), 0};
-
-constexpr const EpochInstant& epochReference(Epoch epoch) noexcept {
-  switch (epoch) {
-    case Epoch::Epoch1970:
-      return kEpoch1970;
-    case Epoch::Epoch1900:
-      return kEpoch1900;
-    default:
-      return kEpoch1958;
-  }
-}
-
 // Whole results of epochTimeToCalendar lie within about 2.6e11 s of any
 // epoch. Beyond this bound the microsecond arithmetic would overflow, and
 // the reading is outside the calendar's years anyway.
@@ -131,39 +107,11 @@ Problem dateTimeProblemInOrder(const DateTimeUtilities::CalendarValues& cal,
   return nullptr;
 }
 
-// Nearly every reading a simulation passes is an ordinary one: every field
-// in range and whole where it must be, the second below 60. This tests
-// exactly that with few branches and hands back the whole fields; anything
-// else (a failure, a leap second, a NaN second) goes to the ordered rules,
-// which name the first problem. A reading accepted here is accepted there
-// too, so the outcome is the same either way.
-struct OrdinaryFields {
-  std::int32_t year, month, day, hour, minute, second;  // second: floored
-};
-
-inline bool ordinaryReading(double y, double mo, double d, double h, double mi,
-                            double s, OrdinaryFields& out) noexcept {
-  const bool inRange = (y >= detail::kFirstYear) & (y <= detail::kLastYear) &
-                       (mo >= 1.0) & (mo <= 12.0) & (d >= 1.0) & (d <= 31.0) &
-                       (h >= 0.0) & (h <= 23.0) & (mi >= 0.0) & (mi <= 59.0) &
-                       (s >= 0.0) & (s < 60.0);
-  if (!inRange) return false;
-  out = {static_cast<std::int32_t>(y),  static_cast<std::int32_t>(mo),
-         static_cast<std::int32_t>(d),  static_cast<std::int32_t>(h),
-         static_cast<std::int32_t>(mi), static_cast<std::int32_t>(s)};
-  const bool whole = (out.year == y) & (out.month == mo) & (out.day == d) &
-                     (out.hour == h) & (out.minute == mi);
-  if (!whole) return false;
-  if (out.day <= 28) return true;  // every month has 28 days
-  return static_cast<unsigned>(out.day) <=
-         detail::monthLength(detail::isLeapYear(out.year),
-                             static_cast<unsigned>(out.month));
-}
-
 Problem dateTimeProblem(const DateTimeUtilities::CalendarValues& cal,
                         TimeStandard ts) noexcept {
-  OrdinaryFields f;
-  if (ordinaryReading(cal[0], cal[1], cal[2], cal[3], cal[4], cal[5], f)) {
+  detail::OrdinaryFields f;
+  if (detail::ordinaryReading(cal[0], cal[1], cal[2], cal[3], cal[4], cal[5],
+                              f)) {
     return nullptr;
   }
   return dateTimeProblemInOrder(cal, ts);
@@ -254,64 +202,44 @@ double DateTimeUtilities::getEpochOffset(Epoch from, Epoch to,
 // --- Calendar <-> epoch time
 // ---------------------------------------------------
 
+namespace {
+
+// Out of line, so that the ordinary path needs no stack frame for the
+// diagnostics and the date type.
+[[gnu::noinline]] detail::OrdinaryFields unusualFields(
+    const DateTimeStruct& cal, TimeStandard ts) {
+  raiseIf(dateTimeProblemInOrder(cal.toArray(), ts));
+  // Valid but not ordinary: a leap second, a NaN second, or a day that
+  // the 16-bit calendar fields reduce (65537 counts as day 1). After
+  // validation the only day the date type would still refuse is one that
+  // reduces to 0 (+infinity becomes the 32-bit minimum, 65536 wraps); let
+  // it raise its own exception there.
+  const detail::OrdinaryFields f = {
+      static_cast<std::int32_t>(cal.year), static_cast<std::int32_t>(cal.month),
+      static_cast<std::uint16_t>(truncToInt<std::int32_t>(cal.day)),
+      static_cast<std::int32_t>(cal.hour),
+      static_cast<std::int32_t>(cal.minute),
+      // A NaN second (which passes validation) contributes 0 whole
+      // seconds, as its microsecond count wraps to 0 in 64-bit time
+      // arithmetic; 60.x contributes 60.
+      cal.second == cal.second ? static_cast<std::int32_t>(cal.second) : 0};
+  if (f.day == 0) {
+    [[maybe_unused]] const bg::date refused(
+        static_cast<unsigned short>(f.year),
+        static_cast<unsigned short>(f.month), 0);
+  }
+  return f;
+}
+
+}  // namespace
+
 EpochTimeStruct DateTimeUtilities::calendarToEpochTime(
     const DateTimeStruct& cal, Epoch epoch, TimeStandard ts) {
-  OrdinaryFields f;
-  if (!ordinaryReading(cal.year, cal.month, cal.day, cal.hour, cal.minute,
-                       cal.second, f)) {
-    raiseIf(dateTimeProblemInOrder(cal.toArray(), ts));
-    // Valid but not ordinary: a leap second, a NaN second, or a day that
-    // the 16-bit calendar fields reduce (65537 counts as day 1). After
-    // validation the only day the date type would still refuse is one that
-    // reduces to 0 (+infinity becomes the 32-bit minimum, 65536 wraps); let
-    // it raise its own exception there.
-    f = {static_cast<std::int32_t>(cal.year),
-         static_cast<std::int32_t>(cal.month),
-         static_cast<std::uint16_t>(truncToInt<std::int32_t>(cal.day)),
-         static_cast<std::int32_t>(cal.hour),
-         static_cast<std::int32_t>(cal.minute),
-         // A NaN second (which passes validation) contributes 0 whole
-         // seconds, as its microsecond count wraps to 0 in 64-bit time
-         // arithmetic; 60.x contributes 60.
-         cal.second == cal.second ? static_cast<std::int32_t>(cal.second) : 0};
-    if (f.day == 0) {
-      [[maybe_unused]] const bg::date refused(
-          static_cast<unsigned short>(f.year),
-          static_cast<unsigned short>(f.month), 0);
-    }
-  }
-  const std::int64_t day = detail::daysFromCivil(
-      f.year, static_cast<unsigned>(f.month), static_cast<unsigned>(f.day));
-
-  // Validation has bounded every field, so the instant fits a 64-bit
-  // microsecond count many times over and can be formed in whole seconds
-  // directly: the same count as the microsecond time arithmetic divided by
-  // 10^6, without its special-value checks on every step.
-  const EpochInstant& ref = epochReference(epoch);
-  std::int64_t whole = (day - ref.day) * 86400 + std::int64_t{f.hour} * 3600 +
-                       std::int64_t{f.minute} * 60 + f.second - ref.secondOfDay;
-
-  // [0, 1): 0.5 for second 60.5; NaN for a NaN second.
-  double frac = cal.second - static_cast<double>(f.second);
-  switch (ts) {
-    case TimeStandard::UTC:
-      whole += 10;
-      break;
-    case TimeStandard::TT:
-      // 32.184 s: the whole seconds go to the count, 0.184 s to the fraction,
-      // with a borrow when the fraction would turn negative.
-      frac -= 0.184;
-      if (frac < 0.0) {
-        frac += 1.0;
-        whole -= 33;
-      } else {
-        whole -= 32;
-      }
-      break;
-    default:
-      break;
-  }
-  return {whole, frac};
+  detail::OrdinaryFields f;
+  if (!detail::ordinaryReading(cal.year, cal.month, cal.day, cal.hour,
+                               cal.minute, cal.second, f))
+    f = unusualFields(cal, ts);
+  return detail::epochTimeOf(f, cal.second, epoch, ts);
 }
 
 DateTimeStruct DateTimeUtilities::epochTimeToCalendar(
@@ -319,7 +247,7 @@ DateTimeStruct DateTimeUtilities::epochTimeToCalendar(
   if (ets.wholePart > kMaxEpochSeconds || ets.wholePart < -kMaxEpochSeconds) {
     kvsvThrowIException(Korvane::DateTime::BadYear());
   }
-  const EpochInstant& ref = epochReference(epoch);
+  const detail::EpochInstant& ref = detail::epochReference(epoch);
   std::int64_t t = ref.day * 86400 + ref.secondOfDay + ets.wholePart;
   double frac = ets.fractionalPart;
   switch (ts) {

@@ -18,6 +18,23 @@ class KVDT_EXPORT LeapSecondUtilities {
   // storage type. The input table is not changed; the diagnostics of
   // converting start to TAI and UTC propagate (a start inside a removed
   // second, say).
+  //
+  // Later instants convert as with the full table, with one exception: a
+  // start inside an inserted second (UTC 23:59:60.x, flag set). Such a
+  // start converts to TAI with the old total + 1, so the base count already
+  // includes that second, while the second's entry is kept (its 23:59:59 is
+  // not at or before start - 1 s). Until the value reaches that entry's
+  // 23:59:59 + 1 s as summed in the storage type, a lookup in the pruned
+  // table therefore returns the new total where the full table returns the
+  // old one:
+  // - the rest of that inserted second (23:59:60.y, y > x, flag set)
+  //   converts to TAI, TT and TDB 1 s later than with the full table, and
+  //   TAI instants in it come back to UTC as 23:59:59.y without the flag;
+  // - in the day epochs, where that sum can round past midnight (by up to
+  //   some tens of microseconds), UTC readings in that sliver after
+  //   midnight take the new total, which the full table does not yet give.
+  // From that sum on, both tables agree. The base count and the cut are the
+  // contract, so this is kept; the LeapSecondPruning test pins it.
   static LeapSecondTableData pruneLeapSecondTableData(
       const LeapSecondTableData& table, const DateTime& start);
 };

@@ -28,8 +28,14 @@ FXP::DataValue operand(const FXP::DataType& type, double magnitude) {
 
 // v + d in v's storage type, d in the epoch's unit. A negative shift is
 // subtracted as a magnitude so that unsigned storage can move backwards.
-FXP::DataValue shifted(const FXP::DataValue& v, double d,
-                       FXP::MathControl& control) {
+// Inlined into the per-step conversions: out of line, the call and the
+// copies of the value around it cost about as much as the step itself.
+[[gnu::always_inline]] inline FXP::DataValue shifted(
+    const FXP::DataValue& v, double d, FXP::MathControl& control) {
+  // The in-place step gives the same bits as the two calls below wherever
+  // it applies, and keeps a per-step conversion off the out-of-line paths.
+  FXP::DataValue r = v;
+  if (r.tryAddFromDouble(d < 0, d < 0 ? -d : d, kNearestSaturate)) return r;
   const FXP::DataType& type = v.getDataType();
   return d < 0 ? v.minus(type, operand(type, -d), control)
                : v.add(type, operand(type, d), control);
@@ -39,10 +45,10 @@ constexpr bool isTaiOrTt(TimeStandard ts) noexcept {
   return (static_cast<std::int32_t>(ts) & ~2) == 0;
 }
 
-void rejectRemovedSecond(const FXP::DataValue& v,
-                         const LeapSecondTableData& table, bool julian,
-                         FXP::MathControl& control) {
-  if (table.negativeLeapSecondInstants.empty()) return;
+[[gnu::noinline]] void rejectRemovedSecondIn(const FXP::DataValue& v,
+                                             const LeapSecondTableData& table,
+                                             bool julian,
+                                             FXP::MathControl& control) {
   const FXP::DataValue one = operand(
       v.getDataType(), DateTimeUtilities::secondsToTimeShift(1.0, julian));
   for (const FXP::DataValue& e : table.negativeLeapSecondInstants) {
@@ -50,6 +56,32 @@ void rejectRemovedSecond(const FXP::DataValue& v,
       kvsvThrowIException(
           Korvane::DateTime::makeMsgId("TimestampIsNegativeLeapSecond"));
   }
+}
+
+inline void rejectRemovedSecond(const FXP::DataValue& v,
+                                const LeapSecondTableData& table, bool julian,
+                                FXP::MathControl& control) {
+  if (!table.negativeLeapSecondInstants.empty())
+    rejectRemovedSecondIn(v, table, julian, control);
+}
+
+// findLeapSecondCount on the UTC side, no flag requested, with its common
+// case inline: the value has not reached the instant at the cursor (local
+// cursor 0 without one), so nothing is scanned and the count is the one
+// the cursor already stands on.
+inline std::int32_t utcLeapSecondCount(const FXP::DataValue& v,
+                                       const LeapSecondTableData& table,
+                                       bool julian, FXP::MathControl& control,
+                                       std::uint32_t* cursor, bool holdCursor) {
+  const std::vector<FXP::DataValue>& instants = table.utcInstants;
+  const std::vector<std::int32_t>& counts = table.cumulativeCounts;
+  const std::size_t size = std::min(instants.size(), counts.size());
+  const std::size_t i = cursor ? std::min<std::size_t>(*cursor, size) : 0;
+  if (holdCursor || i == size || v < instants[i])
+    return i > 0 ? counts[i - 1] : table.baseLeapSecondCount;
+  return TimeStandardConverter::findLeapSecondCount(
+      v, table.baseLeapSecondCount, instants, counts, nullptr, julian, control,
+      cursor, holdCursor);
 }
 
 void rejectLeapFlag(const DvLs& value) {
@@ -140,9 +172,8 @@ DvLs TimeStandardConverter::convertUTCtoTAITTImpl(
     std::uint32_t* cursor, bool holdCursor) {
   const bool julian = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
   rejectRemovedSecond(value.value, table, julian, mathControl);
-  double shift = findLeapSecondCount(
-      value.value, table.baseLeapSecondCount, table.utcInstants,
-      table.cumulativeCounts, nullptr, julian, mathControl, cursor, holdCursor);
+  double shift = utcLeapSecondCount(value.value, table, julian, mathControl,
+                                    cursor, holdCursor);
   if (value.isLeapSecond) shift += 1.0;
   if (julian) {
     if (to == TimeStandard::TAI) shift += kDayEpochTaiMinusUtc;

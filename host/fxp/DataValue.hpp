@@ -175,11 +175,19 @@ inline bool fitsSigned(std::int64_t v, int bits) noexcept {
 inline bool fitsUnsigned(std::uint64_t v, int bits) noexcept {
   return ((v >> (bits - 1)) >> 1) == 0;  // bits in [1, 64]
 }
+// [1, 128], tested per 64-bit half: a variable shift of a 128-bit integer
+// costs a dozen instructions on every fixed-point step of a wide type.
 inline bool fitsSigned128(Int128 v, int bits) noexcept {
-  return static_cast<UInt128>((v >> (bits - 1)) + 1) <= 1;
+  const auto lo = static_cast<std::int64_t>(v);
+  const auto hi = static_cast<std::int64_t>(v >> 64);
+  if (bits > 64) return fitsSigned(hi, bits - 64);
+  return hi == (lo >> 63) && fitsSigned(lo, bits);
 }
 inline bool fitsUnsigned128(UInt128 v, int bits) noexcept {
-  return ((v >> (bits - 1)) >> 1) == 0;
+  const auto lo = static_cast<std::uint64_t>(v);
+  const auto hi = static_cast<std::uint64_t>(v >> 64);
+  if (bits > 64) return fitsUnsigned(hi, bits - 64);
+  return hi == 0 && fitsUnsigned(lo, bits);
 }
 
 // Rounds s, |s| < 2^62, to an integer by the rounding code. The truncation
@@ -228,6 +236,32 @@ inline bool scaledToStored(const DataType& type, double value, MathMode mode,
   return true;
 }
 
+// The wide counterpart for a scaled value s = value * 2^F with |s| in
+// [2^62, 2^127): a double that large is an integer, so s is the stored
+// integer itself and no rounding code applies (one second in a type with 64
+// fraction bits lands here). Its bits are shifted into place directly rather
+// than through the runtime's conversion call. False when |s| is outside that
+// range (NaN included) or the integer does not fit the word.
+inline bool largeScaledToStored(const DataType& type, double s,
+                                Int128& stored) noexcept {
+  const auto bits = std::bit_cast<std::uint64_t>(s);
+  // Biased exponents 1085 to 1149 are the magnitudes [2^62, 2^127); an
+  // infinity or NaN (2047) falls outside.
+  const int exponent = static_cast<int>((bits >> 52) & 0x7ff);
+  if (static_cast<unsigned>(exponent - 1085) >= 65u) return false;
+  const int shift = exponent - 1075;  // [10, 74]
+  const UInt128 mag =
+      static_cast<UInt128>((bits & 0xfffffffffffffULL) | (1ULL << 52)) << shift;
+  const auto wide = static_cast<Int128>((bits >> 63) ? -mag : mag);
+  const int w = type.wordLength();
+  if (type.isSigned()
+          ? !fitsSigned128(wide, w)
+          : !(wide > 0 && fitsUnsigned128(static_cast<UInt128>(wide), w)))
+    return false;
+  stored = wide;
+  return true;
+}
+
 }  // namespace detail
 
 inline DataValue DataValue::fromInt64(std::int64_t value) noexcept {
@@ -263,26 +297,10 @@ inline DataValue DataValue::fromDouble(const DataType& type, double value,
       return type.isSigned()
                  ? ofSigned64(type, r)
                  : DataValue(type, static_cast<std::uint64_t>(r), 0);
-    const double s = value * detail::pow2(type.fractionLength());
-    const double a = s < 0 ? -s : s;
-    if (a >= 0x1p62 && a < 0x1p127) {
-      // A double this large is an integer, so the scaled value is the stored
-      // integer itself and no rounding code applies: one second in a type
-      // with 64 fraction bits takes this path. Its bits are shifted into
-      // place directly rather than through the runtime's conversion call.
-      const auto bits = std::bit_cast<std::uint64_t>(s);
-      const int shift =
-          static_cast<int>((bits >> 52) & 0x7ff) - 1075;  // [10, 74]
-      const UInt128 mag =
-          static_cast<UInt128>((bits & 0xfffffffffffffULL) | (1ULL << 52))
-          << shift;
-      const auto wide = static_cast<Int128>((bits >> 63) ? -mag : mag);
-      const int w = type.wordLength();
-      if (type.isSigned() ? detail::fitsSigned128(wide, w)
-                          : wide > 0 && detail::fitsUnsigned128(
-                                            static_cast<UInt128>(wide), w))
-        return ofInt128(type, wide);
-    }
+    Int128 wide;
+    if (detail::largeScaledToStored(
+            type, value * detail::pow2(type.fractionLength()), wide))
+      return ofInt128(type, wide);
   } else if (value - value == 0) {  // finite
     return ofDouble(value);
   }
@@ -372,8 +390,10 @@ inline bool DataValue::fixedSum(bool subtract, DataType type,
   return true;
 }
 
-inline bool DataValue::tryAddFromDouble(bool subtract, double operand,
-                                        MathMode mode) noexcept {
+// Always inlined: it is a model's per-step path, and in a caller with a
+// constant mode the rounding switch folds away.
+[[gnu::always_inline]] inline bool DataValue::tryAddFromDouble(
+    bool subtract, double operand, MathMode mode) noexcept {
   const DataType type = type_;
   if (type.isDouble()) {
     if (!(operand - operand == 0)) return false;  // fromDouble saturates
@@ -382,14 +402,25 @@ inline bool DataValue::tryAddFromDouble(bool subtract, double operand,
     lo_ = std::bit_cast<std::uint64_t>(s + 0.0);  // as sameTypeSum
     return true;
   }
-  std::int64_t r;
-  if (!detail::scaledToStored(type, operand, mode, r)) return false;
   // fromDouble's stored integer, extended as the type's signedness says
-  // (r is never negative for an unsigned type).
-  const auto otherHi = static_cast<std::uint64_t>(r >> 63);
+  // (it is never negative for an unsigned type).
+  std::uint64_t otherLo, otherHi;
+  std::int64_t r;
+  if (detail::scaledToStored(type, operand, mode, r)) {
+    otherLo = static_cast<std::uint64_t>(r);
+    otherHi = static_cast<std::uint64_t>(r >> 63);
+  } else {
+    // A whole-second step in a type with 64 fraction bits scales beyond
+    // 2^62; fromDouble takes it inline too, so the step stays inline.
+    Int128 wide;
+    if (!detail::largeScaledToStored(
+            type, operand * detail::pow2(type.fractionLength()), wide))
+      return false;
+    otherLo = static_cast<std::uint64_t>(wide);
+    otherHi = static_cast<std::uint64_t>(static_cast<UInt128>(wide) >> 64);
+  }
   std::uint64_t lo, hi;
-  if (!fixedSum(subtract, type, static_cast<std::uint64_t>(r), otherHi, lo, hi))
-    return false;
+  if (!fixedSum(subtract, type, otherLo, otherHi, lo, hi)) return false;
   lo_ = lo;
   hi_ = hi;
   return true;
