@@ -104,6 +104,10 @@ class KVDT_EXPORT DateTimeUtilities {
   // An MJD or J2000 value within about 20 microseconds before midnight
   // lands on the next day: the day base, shifted by the epoch's offset,
   // rounds up before it is floored. Kept as the arithmetic gives it.
+  // The century correction is taken from the unfloored day value, so late
+  // on 28 February of a century year that is not a leap year (1700, 1800,
+  // 2100, ..., but not 1900) the day comes out as 29 February and
+  // "BadDayOfMonth" is thrown. Also kept as the arithmetic gives it.
   static DateTimeStruct julianDateToCalendar(double jd, Epoch epoch,
                                              TimeStandard ts);
 
