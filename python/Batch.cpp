@@ -178,7 +178,7 @@ Outcome toCalendarLoop(const StoredIn& in, const bool* flags, Epoch epoch,
   try {
     for (; i < in.size; ++i) {
       const DateTimeStruct c =
-          calendarOf(DvLs{in.at(i), flags && flags[i]}, epoch, ts);
+          DateTime::convertDVToDateTimeStruct(DvLs{in.at(i), flags && flags[i]}, epoch, ts);
       double* row = out + 6 * i;
       row[0] = c.year;
       row[1] = c.month;
@@ -267,7 +267,7 @@ Outcome formatLoop(const StoredIn& in, const bool* flags, Epoch epoch,
   try {
     for (; i < in.size; ++i) {
       const DateTimeStruct c =
-          calendarOf(DvLs{in.at(i), flags && flags[i]}, epoch, ts);
+          DateTime::convertDVToDateTimeStruct(DvLs{in.at(i), flags && flags[i]}, epoch, ts);
       out.push_back(
           KvDateTime::DateTimeStructFormatter(c, ts).getFormattedStr(pattern));
     }

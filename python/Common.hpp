@@ -48,11 +48,6 @@ FXP::DataType storageArg(py::handle storage, py::handle isSigned = py::none(),
 // field finite (the validators let a NaN second through).
 DateTimeStruct checkedReading(
     const KvDateTime::DateTimeUtilities::CalendarValues& c, TimeStandard ts);
-// The reading of a stored value. Beyond 2^63 seconds or days the library
-// wraps the whole part (a documented reduction for its callers); here such a
-// value is refused, as it lies far outside every calendar year anyway.
-DateTimeStruct calendarOf(const KvDateTime::DvLs& value, Epoch epoch,
-                          TimeStandard ts);
 // The pattern, validated once, before any value is formatted.
 std::u16string checkedPattern(const std::u16string& pattern);
 

@@ -82,14 +82,6 @@ DateTimeStruct checkedReading(
   return cal;
 }
 
-DateTimeStruct calendarOf(const KvDateTime::DvLs& value, Epoch epoch,
-                          TimeStandard ts) {
-  if (!(std::fabs(value.value.toDouble()) < 0x1p63))
-    throw std::invalid_argument(
-        "the stored value lies far outside the calendar years 1400 to 9999");
-  return KvDateTime::DateTime::convertDVToDateTimeStruct(value, epoch, ts);
-}
-
 std::u16string checkedPattern(const std::u16string& pattern) {
   if (kvsvDiagnostic d =
           KvDateTime::DateTimeStructFormatter::validateFormat(pattern))

@@ -198,7 +198,9 @@ BAD = [
      lambda e: e.identifier.startswith("Korvane:DateTime:BadLeapSecondList")),
     (lambda: kv.to_calendar(np.array([0.0, 1.0, np.nan, 2.0])), ValueError,
      lambda e: str(e).startswith("element 2: ")),
-    (lambda: kv.to_calendar(np.array([1e300])), ValueError, None),
+    (lambda: kv.to_calendar(np.array([1e300])), *kv_error("BadYear", 0)),
+    (lambda: kv.to_calendar(np.array([[0, 2 ** 6]], np.uint64),
+                            storage="u128:0"), *kv_error("BadYear", 0)),
     (lambda: kv.from_calendar([[2016, 1, 1, 0, 0, 0]] * 3 +
                               [[2016, 2, 30, 0, 0, 0]]),
      *kv_error("BadDayOfMonth", 3)),
