@@ -14,6 +14,8 @@
 
 #include "TestHelpers.hpp"
 #include "date_time/DateTimeUtilities.hpp"
+#define KVTEST_COUNT_ONLY  // DateTimeUtilitiesTest.cpp counts
+#include "tests/CountingAllocator.hpp"
 
 namespace {
 
@@ -38,9 +40,10 @@ DateTimeStruct reading(const year_month_day& ymd, double h, double mi,
 
 // Random readings over the calendar's whole range, day by day, half of them
 // on whole seconds, in every epoch and standard: seconds against Hinnant's
-// day count, Julian dates against ERFA, and both back to the calendar. And
-// random counts, far outside the calendar's years as well as inside, back to
-// the calendar against Boost's, which refuses the same years (bad_year).
+// day count, Julian dates against ERFA, and both back to the calendar, none
+// of it allocating (a per-step path). And random counts, far outside the
+// calendar's years as well as inside, back to the calendar against Boost's,
+// which refuses the same years (bad_year).
 TEST(CalendarOracle, RandomReadingsAndCountsAgreeWithThreeCalendars) {
   const sys_days first = year{1400} / 1 / 1, last = year{9999} / 12 / 31;
   std::mt19937_64 rng(20261122);
@@ -75,11 +78,14 @@ TEST(CalendarOracle, RandomReadingsAndCountsAgreeWithThreeCalendars) {
       expected -= frac < 0.184 ? 33 : 32;
       frac = frac < 0.184 ? frac - 0.184 + 1.0 : frac - 0.184;
     }
+    const long before = kvtest::allocations.load();
     const EpochTimeStruct t = DTU::calendarToEpochTime(in, epoch, ts);
+    DateTimeStruct out = DTU::epochTimeToCalendar(t, epoch, ts);
+    const double jd = DTU::calendarToJulianDate(in, epoch, ts);
+    ASSERT_EQ(kvtest::allocations.load() - before, 0);
     ASSERT_EQ(t, (EpochTimeStruct{expected, frac}));
     // TT moves the fraction by 0.184 and back, which may round; the other
     // standards must come back exactly.
-    DateTimeStruct out = DTU::epochTimeToCalendar(t, epoch, ts);
     ASSERT_NEAR(out.second, second, ts == TT ? 1e-12 : 0.0);
     out.second = second;
     ASSERT_EQ(out, in);
@@ -91,7 +97,6 @@ TEST(CalendarOracle, RandomReadingsAndCountsAgreeWithThreeCalendars) {
     double djm0 = 0, djm = 0;
     ASSERT_EQ(eraCal2jd(int(in.year), int(in.month), int(in.day), &djm0, &djm),
               0);
-    const double jd = DTU::calendarToJulianDate(in, epoch, ts);
     ASSERT_NEAR(jd + offset,
                 djm0 + djm + ((second / 60 + in.minute) / 60 + in.hour) / 24,
                 2e-9);
@@ -103,8 +108,10 @@ TEST(CalendarOracle, RandomReadingsAndCountsAgreeWithThreeCalendars) {
           in.hour >= 12)) {
       // Back within one unit in the last place of the Julian date: 40 us
       // below JD 2^22 (about the year 6700), 80 us above.
-      ASSERT_NEAR(civilSeconds(DTU::julianDateToCalendar(jd, epoch, ts)),
-                  civilSeconds(in),
+      const long mark = kvtest::allocations.load();
+      const DateTimeStruct back = DTU::julianDateToCalendar(jd, epoch, ts);
+      ASSERT_EQ(kvtest::allocations.load() - mark, 0);
+      ASSERT_NEAR(civilSeconds(back), civilSeconds(in),
                   (std::nextafter(jd + offset, 1e300) - (jd + offset)) * 86400);
     }
 
@@ -137,16 +144,17 @@ TEST(CalendarOracle, EveryDayIs86400SecondsAndOneWeekdayOn) {
        day += days{1}) {
     const year_month_day ymd{day};
     const DateTimeStruct cal = reading(ymd, 0, 0, 0);
+    const long before = kvtest::allocations.load();
     const EpochTimeStruct t =
         DTU::calendarToEpochTime(cal, Epoch::Epoch1958, TAI);
-    ASSERT_EQ(
-        std::tuple(t.wholePart,
-                   DTU::epochTimeToCalendar(t, Epoch::Epoch1958, TAI).toArray(),
-                   DTU::calendarTimeToDayOfWeek(cal),
-                   DTU::calendarTimeToDayOfYear(cal)),
-        std::tuple(std::int64_t{(day - epoch1958).count()} * 86400,
-                   cal.toArray(), int(weekday{day}.c_encoding()) + 1,
-                   (day - sys_days{ymd.year() / 1 / 1}).count() + 1))
+    const auto back = DTU::epochTimeToCalendar(t, Epoch::Epoch1958, TAI);
+    const int dayOfWeek = DTU::calendarTimeToDayOfWeek(cal),
+              dayOfYear = DTU::calendarTimeToDayOfYear(cal);
+    ASSERT_EQ(std::tuple(t.wholePart, back.toArray(), dayOfWeek, dayOfYear,
+                         kvtest::allocations.load() - before),
+              std::tuple(std::int64_t{(day - epoch1958).count()} * 86400,
+                         cal.toArray(), int(weekday{day}.c_encoding()) + 1,
+                         (day - sys_days{ymd.year() / 1 / 1}).count() + 1, 0L))
         << ymd;
   }
 }

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
 #include "date_time/LeapSecondUtilities.hpp"
-#include "date_time/TimeStandardConverter.hpp"
 #include "tests/date_time/LeapTestSupport.hpp"
 
 namespace {
 
 using namespace KvDateTime;
+using kvtest::convert;
 
 // From a start before the first leap second everything stays; after a
 // leap-second day that day's entry goes and counts; inside an inserted
@@ -18,11 +18,6 @@ using namespace KvDateTime;
 // second the start lies in, which the pruned table puts 1 s later.
 TEST(LeapSecondPruning, PrunedTableConvertsLikeTheFullOneAfterTheStart) {
   const std::vector<kvtest::UtcReading> grid = kvtest::utcGrid(37);
-  FXP::MathControl mc = FXP::MathControl::createFullPrecisionMathControl();
-  const auto convert = [&](const DateTime& dt, TimeStandard to,
-                           const LeapSecondTableData& t) {
-    return TimeStandardConverter::convertTimeStandard(dt, to, t, mc);
-  };
   const struct {
     kvtest::UtcReading start;
     std::int32_t base;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "date_time/DateTime.hpp"
+#include "date_time/TimeStandardConverter.hpp"
 #include "host/fxp/DataType.hpp"
 #include "tests/TestScale.hpp"
 #include "tests/date_time/TestHelpers.hpp"
@@ -39,6 +40,24 @@ inline std::vector<Storage> storagesFor(Epoch e) {
       {"s128.64", FXP::DataType::fixedT(true, 128, 64), false, 1e-9},
       d ? Storage{"s64.25", FXP::DataType::fixedT(true, 64, 25), false, 6e-3}
         : Storage{"int64", FXP::DataType::fixedT(true, 64, 0), true, 0}};
+}
+
+using KvDateTime::DateTime, KvDateTime::TimeStandard;
+inline FXP::MathControl mc = FXP::MathControl::createFullPrecisionMathControl();
+
+inline DateTime convert(const DateTime& dt, TimeStandard to,
+                        const KvDateTime::LeapSecondTableData& t,
+                        std::uint32_t* cursor = nullptr, bool hold = false) {
+  return KvDateTime::TimeStandardConverter::convertTimeStandard(dt, to, t, mc,
+                                                                cursor, hold);
+}
+// a - b in seconds, from storage values in the unit of epoch `e`.
+inline double secondsBetween(const FXP::DataValue& a, const FXP::DataValue& b,
+                             Epoch e) {
+  return a.minus(a.getDataType(), b, mc).toDouble() * (dayEpoch(e) ? 86400 : 1);
+}
+inline double secondsBetween(const DateTime& a, const DateTime& b) {
+  return secondsBetween(a.value, b.value, a.epoch);
 }
 
 // A UTC date and the seconds into it (86400.5 is 23:59:60.5).

@@ -1,11 +1,14 @@
 // Helpers shared by the library's tests.
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <variant>
 
 #include "date_time/DateTimeStruct.hpp"
 #include "host/diag/Diagnostic.hpp"
+#include "host/diag/MessageCatalog.hpp"
 
 namespace kvtest {
 
@@ -21,14 +24,25 @@ inline std::string idOf(const kvsvDiagnostic& d) {
   return d ? idPart(d->identifier()) : "";
 }
 
-// The Id an operation throws, the what() text of a standard exception, or ""
-// when it returns normally.
+inline std::string argumentText(std::int64_t v) { return std::to_string(v); }
+inline std::string argumentText(const std::string& s) { return s; }
+inline std::string argumentText(const std::u16string& s) {
+  return resource_core::toUtf8(s);
+}
+
+// The Id an operation throws, followed by its arguments from `firstArgument`
+// on, each after a space; the what() text of a standard exception; or "" when
+// it returns normally.
 template <typename F>
-std::string thrownId(F&& f) {
+std::string thrownId(F&& f, std::size_t firstArgument = SIZE_MAX) {
   try {
     f();
   } catch (const foundation::core::except::IException& e) {
-    return idPart(e.identifier());
+    std::string s = idPart(e.identifier());
+    for (std::size_t k = firstArgument; k < e.arguments().size(); ++k)
+      s += ' ' + std::visit([](const auto& a) { return argumentText(a); },
+                            e.arguments()[k]);
+    return s;
   } catch (const std::exception& e) {
     return e.what();
   }

@@ -12,6 +12,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <ostream>
 #include <random>
 
 #include "host/fxp/FXP.hpp"
@@ -34,6 +35,12 @@ inline Rational times2(Rational x, long e) {
 
 inline int compare(const Rational& a, const Rational& b) {
   return cpp_int(a.num * b.den - b.num * a.den).sign();
+}
+inline bool operator==(const Rational& a, const Rational& b) {
+  return compare(a, b) == 0;
+}
+inline std::ostream& operator<<(std::ostream& out, const Rational& x) {
+  return out << x.num << '/' << x.den;
 }
 
 inline Rational exactOfDouble(double d) {
