@@ -51,7 +51,7 @@ TEST(LeapSecondPruning, PrunedTableConvertsLikeTheFullOneAfterTheStart) {
                 e, TimeStandard::UTC, s.type);
             EXPECT_NEAR(
                 DateTime::subtract(convert(rest, TimeStandard::TAI, p),
-                                   convert(rest, TimeStandard::TAI, full), mc),
+                                   convert(rest, TimeStandard::TAI, full), kvtest::mc),
                 DateTimeUtilities::secondsToTimeShift(1.0, e),
                 s.toleranceSeconds + 1e-9);
           }
