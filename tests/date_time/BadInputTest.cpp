@@ -15,6 +15,7 @@
 #include "date_time/DateTimeConverter.hpp"
 #include "date_time/LeapSecondUtilities.hpp"
 #include "date_time/TimeStandardConverter.hpp"
+#include "host/typesys/DateTimeDefs.hpp"
 #include "tests/date_time/TestHelpers.hpp"
 
 namespace {
@@ -174,9 +175,11 @@ TEST(BadInput, RefusedConversionsKeepTableAndCursor) {
   const DateTimeStruct late = handFilled(2020, 1, 1, 0, 0, 0);
   const DateTimeStruct removed = handFilled(1990, 6, 30, 23, 59, 59.5);
   // clang-format off
-  const struct { E epoch; DataType type; bool inRemovedSecond, flag; TS from, to; const char* expected; } rows[] = {
-      {E::EpochMJD, kFixed, false, false, TS::UTC, TS::TDB, "TDBTSOnlySupportDoubleSDT"},
-      {E::Epoch1970, kDouble, false, false, TS::UTC, TS::TDB, "TDBTSOnlySupportJulianDayTU"},
+  const std::string storage = DateTimeDefs::storageDataTypeName(StorageDataType::SignedFixedPoint);
+  const std::string seconds1970 = DateTimeDefs::timePointModeName(TimePointMode::SecondsSince1970);
+  const struct { E epoch; DataType type; bool inRemovedSecond, flag; TS from, to; std::string expected; } rows[] = {
+      {E::EpochMJD, kFixed, false, false, TS::UTC, TS::TDB, "TDBTSOnlySupportDoubleSDT " + storage},
+      {E::Epoch1970, kFixed, false, false, TS::UTC, TS::TDB, "TDBTSOnlySupportJulianDayTU " + seconds1970},
       {E::EpochJD, kDouble, true, false, TS::UTC, TS::TDB, "TimestampIsNegativeLeapSecond"},
       {E::Epoch1958, kFixed, true, false, TS::TDB, TS::UTC, "TimestampIsNegativeLeapSecond"},
       {E::EpochJ2000, kDouble, false, true, TS::TT, TS::TDB, "BadLeapSecondBoolTimeStandard"},
@@ -193,17 +196,21 @@ TEST(BadInput, RefusedConversionsKeepTableAndCursor) {
     dt.isLeapSecond = r.flag;
     MathControl control(MathMode{});
     std::uint32_t cursor = 1;
-    EXPECT_EQ(outcome([&] {
-                TimeStandardConverter::convertTimeStandard(dt, r.to, table,
-                                                           control, &cursor);
-              }),
+    // The TDB refusals check the epoch before the storage type and name the
+    // host's term.
+    EXPECT_EQ(kvtest::thrownId(
+                  [&] {
+                    TimeStandardConverter::convertTimeStandard(
+                        dt, r.to, table, control, &cursor);
+                  },
+                  0),
               r.expected);
     EXPECT_EQ(cursor, 1u);
     if (r.from == TS::UTC) {
       EXPECT_EQ(outcome([&] {
                   LeapSecondUtilities::pruneLeapSecondTableData(table, dt);
                 }),
-                r.inRemovedSecond ? r.expected : "");
+                r.inRemovedSecond ? r.expected : std::string());
     }
     EXPECT_TRUE(table == copy);
   }

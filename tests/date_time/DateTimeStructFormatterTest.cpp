@@ -1,6 +1,7 @@
 // DateTimeStructFormatter: validation, the three ways to render a letter,
 // quoting and hand-filled values, ICU's SimpleDateFormat and printf as
-// oracles, random patterns, and what rendering allocates.
+// oracles, and what rendering allocates. Random patterns are the fuzz
+// target's (fuzz/format_fuzz.cpp, run by make test).
 #include <gtest/gtest.h>
 #include <unicode/gregocal.h>
 #include <unicode/smpdtfmt.h>
@@ -188,58 +189,6 @@ TEST(IcuOracle, SharedLettersAgree) {
     ASSERT_EQ(f.getFormattedStr(shared),
               std::u16string(theirs.getBuffer(), theirs.length()));
     ASSERT_TRUE(U_SUCCESS(status)) << u_errorName(status);
-  }
-}
-
-// Random 16-bit patterns (quotes, every letter, letters that are not,
-// non-ASCII, surrogates, any unit; some in runs of up to 42) are either
-// refused with a pattern diagnostic, alike by the validator and the
-// renderer, or rendered. The sanitizer build checks buffer sizing here.
-TEST(PatternFuzz, EitherAListedDiagnosticOrARendering) {
-  const std::u16string units =
-      u"''tGyuMdDeahHmsS- :0QxET\u00e9\u5e74\xd800\xdc00\xd83d\xde00";
-  // The widest year, a leap second; the NaN year makes D and e raise the
-  // date diagnostic.
-  const DateTimeStruct values[] = {
-      kSample, handFilled(1e300, 12, 31, 23, 59, 60.999999999),
-      handFilled(kNaN, 6, 30, 12, 30, 0.9999999999999999)};
-  std::mt19937 rng(5);
-  for (int i = 0; i < kvtest::scaled(20000); ++i) {
-    std::u16string pattern;
-    for (int k = rng() % 25; k > 0; --k) {
-      const std::size_t u = rng() % (units.size() + 1);
-      const char16_t c = u < units.size() ? units[u] : rng() & 0xFFFF;
-      pattern.append(rng() % 14 > 9 ? 3 + rng() % 40 : 1, c);
-    }
-    SCOPED_TRACE(toUtf8(pattern));
-    std::u16string tai, tdb;
-    std::string id;
-    std::vector<resource_core::MsgArgument> args;
-    try {
-      tai = F(values[i % 3], TimeStandard::TAI).getFormattedStr(pattern);
-      tdb = F(values[i % 3], TimeStandard::TDB).getFormattedStr(pattern);
-    } catch (const foundation::core::except::IException& e) {
-      id = e.identifier(), args = e.arguments();
-    }
-    if (const kvsvDiagnostic d = F::validateFormat(pattern)) {
-      EXPECT_EQ(d->identifier(), id);
-      EXPECT_EQ(d->arguments(), args);
-      EXPECT_EQ(args.at(0), resource_core::MsgArgument(pattern));
-    } else if (!id.empty()) {  // only D and e judge the date
-      EXPECT_EQ(id, "Korvane:DateTime:BadYear");
-      EXPECT_NE(pattern.find_first_of(u"De"), std::u16string::npos);
-    } else {
-      // The time standard shows exactly when the pattern says.
-      EXPECT_EQ(tai != tdb, F::needsTimeStandard(pattern));
-      // Trailing literals force the path for long patterns: same text, and
-      // only the result is allocated.
-      std::u16string longer = pattern + std::u16string(41, u' ');
-      const long before = kvtest::allocations.load();
-      const std::u16string out = F(values[i % 3], TimeStandard::TAI)
-                                     .getFormattedStr(std::move(longer));
-      EXPECT_EQ(kvtest::allocations.load() - before, 1);
-      EXPECT_EQ(out, tai + std::u16string(41, u' '));
-    }
   }
 }
 

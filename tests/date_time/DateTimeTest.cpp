@@ -93,8 +93,8 @@ TEST(DateTimeValue, MatchesExactOracleAndReadsBack) {
 // doubles of every magnitude. The split is floor(value) wrapped to 64 bits
 // and the rest floored to 64 fraction bits, rounded once to a double and held
 // below 1 (tiny negative doubles reach that clamp). The compact form reads
-// back the same bits and flag; a non-canonical encoding (a bit above the
-// word, a NaN) is refused with the object untouched.
+// back the same bits and flag (refused encodings are the value's own tests,
+// an untouched object on refusal the bad-input sweep's).
 TEST(DateTimeValue, SplitMatchesExactFloorAndCompactFormIsLossless) {
   std::mt19937_64 rng(11);
   const auto check = [&](const DataValue& v) {
@@ -110,7 +110,7 @@ TEST(DateTimeValue, SplitMatchesExactFloorAndCompactFormIsLossless) {
                         std::nextafter(1.0, 0.0)));
     const DataType& t = v.getDataType();
     const bool flag = rng() % 2;
-    std::array<std::uint8_t, 16> bytes{}, bad{};
+    std::array<std::uint8_t, 16> bytes{};
     ASSERT_EQ(DateTime({v, flag}, Epoch::Epoch1958, TimeStandard::TAI)
                   .toCompact(bytes.data()),
               flag);
@@ -121,16 +121,6 @@ TEST(DateTimeValue, SplitMatchesExactFloorAndCompactFormIsLossless) {
     ASSERT_EQ(again, bytes);
     ASSERT_TRUE(back.value.getDataType() == t);
     ASSERT_EQ(back.isLeapSecond, flag);
-    if (t.isFixed() && t.wordLength() % 8 == 0) return;
-    if (t.isDouble())
-      bad.fill(0xff);  // a NaN
-    else
-      bad[t.sizeofCompact() - 1] = t.isSigned() ? 0x40 : 0x80;
-    const DateTime before = back;
-    EXPECT_THROW(back.fromCompact(bad.data(), !flag), std::invalid_argument);
-    back.toCompact(again.data());
-    EXPECT_EQ(again, bytes);
-    EXPECT_EQ(back.isLeapSecond, before.isLeapSecond);
   };
   for (int w = 1; w <= 128; ++w)
     for (bool sgn : {false, true})
