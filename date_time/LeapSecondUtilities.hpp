@@ -35,6 +35,12 @@ class KVDT_EXPORT LeapSecondUtilities {
   //   midnight take the new total, which the full table does not yet give.
   // From that sum on, both tables agree. The base count and the cut are the
   // contract, so this is kept; the LeapSecondPruning test pins it.
+  //
+  // In the second epochs the base count is TAI - UTC at start truncated
+  // toward zero. With double storage that difference can fall just short of
+  // a whole number where start + count crosses a power of two and rounds
+  // down (e.g. 26.999999 s just below 2^33 s since 1958): the base count is
+  // then one less, and the pruned table converts a second short.
   static LeapSecondTableData pruneLeapSecondTableData(
       const LeapSecondTableData& table, const DateTime& start);
 };
