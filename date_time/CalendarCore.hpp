@@ -1,8 +1,10 @@
 // The proleptic Gregorian calendar's rules, in one place: leap years, month
 // lengths, and the day count from a civil date and back. Days count from
-// 1970-01-01 (day 0). The day-count algorithms are H. Hinnant's
-// "chrono-Compatible Low-Level Date Algorithms": exact for every year that
-// fits, negative ones included, with no table and no branch on the month.
+// 1970-01-01 (day 0). The day-count algorithms are C. Neri and L.
+// Schneider's "Euclidean affine functions" form (2022): the count is moved
+// onto an unsigned axis that starts on a 1 March some 2^23 400-year eras
+// back, where every division is by a constant and becomes a multiply, with
+// no sign fix-up, no table and no branch on the month.
 // Also the ordinary path from a calendar reading to seconds since an epoch,
 // shared by the calendar conversion and the time point's constructor.
 // Private to the library: no installed header includes it.
@@ -31,18 +33,24 @@ constexpr unsigned monthLength(bool leap, unsigned month) noexcept {
   return 30u + ((month ^ (month >> 3)) & 1u);
 }
 
+// The unsigned axis: 2^23 eras of 146097 days before 0000-03-01, so that
+// every day from about -1.2e12 (-3.3e9 years) upward counts from zero.
+inline constexpr std::uint64_t kAxisEras = std::uint64_t{1} << 23;
+inline constexpr std::uint64_t kAxisShift = 719468 + 146097 * kAxisEras;
+
 // Linear in `day`, so a day past the month's end (or 0) counts on into the
 // next month (or back into the last), as the 16-bit reduced days need.
-// The year in 32 bits, as every caller's fits: cheaper division.
+// Any 32-bit year.
 constexpr std::int64_t daysFromCivil(std::int32_t year, unsigned month,
                                      unsigned day) noexcept {
-  const std::int32_t y = year - (month <= 2 ? 1 : 0);
-  const std::int32_t era = (y >= 0 ? y : y - 399) / 400;
-  const auto yoe = static_cast<unsigned>(y - era * 400);       // [0, 399]
-  const unsigned mp = month > 2 ? month - 3 : month + 9;       // March = 0
-  const unsigned doy = (153 * mp + 2) / 5 + day - 1;           // [0, 365]
-  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;  // [0, 146096]
-  return std::int64_t{era} * 146097 + static_cast<std::int64_t>(doe) - 719468;
+  const bool janFeb = month <= 2;  // counted with the year before
+  const std::uint64_t y =
+      static_cast<std::uint64_t>(std::int64_t{year} + 400 * kAxisEras) - janFeb;
+  const std::uint64_t century = y / 100;
+  const std::uint64_t yearDays = 1461 * y / 4 - century + century / 4;
+  const unsigned monthDays = (979 * (janFeb ? month + 12 : month) - 2919) / 32;
+  return static_cast<std::int64_t>(yearDays + monthDays - kAxisShift) +
+         std::int64_t{day} - 1;
 }
 
 struct CivilDate {
@@ -51,19 +59,22 @@ struct CivilDate {
   unsigned day;    // 1..31
 };
 
+// Any day from -kAxisShift (about -1.2e12) up.
 constexpr CivilDate civilFromDays(std::int64_t z) noexcept {
-  z += 719468;
-  const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  const auto doe = static_cast<unsigned>(z - era * 146097);  // [0, 146096]
-  const unsigned yoe =
-      (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;  // [0, 399]
-  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const unsigned mp = (5 * doy + 2) / 153;  // March = 0
-  const unsigned day = doy - (153 * mp + 2) / 5 + 1;
-  const unsigned month = mp < 10 ? mp + 3 : mp - 9;
+  const std::uint64_t n1 = 4 * (static_cast<std::uint64_t>(z) + kAxisShift) + 3;
+  const std::uint64_t century = n1 / 146097;
+  // 4 * (day of the century) + 3, scaled so that the high word is the year
+  // in the century and the low word the day of that year.
+  const auto n2 = static_cast<std::uint32_t>(n1 % 146097) | 3u;
+  const std::uint64_t p2 = std::uint64_t{2939745} * n2;
+  const auto yearOfCentury = static_cast<std::uint32_t>(p2 >> 32);
+  const auto dayOfYear = static_cast<std::uint32_t>(p2) / 2939745 / 4;
+  const std::uint32_t n3 = 2141 * dayOfYear + 197913;  // March = month 3
+  const bool janFeb = dayOfYear >= 306;
   const std::int64_t year =
-      static_cast<std::int64_t>(yoe) + era * 400 + (month <= 2 ? 1 : 0);
-  return {year, month, day};
+      static_cast<std::int64_t>(100 * century + yearOfCentury) -
+      static_cast<std::int64_t>(400 * kAxisEras) + janFeb;
+  return {year, (n3 >> 16) - (janFeb ? 12u : 0u), (n3 & 0xffff) / 2141 + 1};
 }
 
 // A year with the same leap rule and weekdays as `year`: the calendar
@@ -89,6 +100,9 @@ static_assert(daysFromCivil(1900, 3, 1) == daysFromCivil(1900, 2, 28) + 1);
 static_assert(civilFromDays(-1).year == 1969 && civilFromDays(-1).day == 31);
 static_assert(civilFromDays(11016).month == 2 &&
               civilFromDays(11016).day == 29);
+static_assert(daysFromCivil(2000, 3, 0) == daysFromCivil(2000, 2, 29));
+static_assert(civilFromDays(-208188).year == 1400 &&
+              civilFromDays(2932896).day == 31);
 static_assert(weekdayFromDays(0) == 5 && weekdayFromDays(-4) == 1);
 static_assert(monthLength(true, 2) == 29 && monthLength(false, 2) == 28);
 static_assert(monthLength(false, 1) == 31 && monthLength(false, 7) == 31 &&

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "date_time/CalendarCore.hpp"
 #include "date_time/diagnostics/Raise.hpp"
 
 namespace KvDateTime {
@@ -109,26 +110,6 @@ std::optional<Int> toNumber(std::string_view field, int base = 10) {
   return value;
 }
 
-struct CivilDate {
-  std::int64_t year;
-  unsigned month, day;
-};
-
-// Days since 1970-01-01 to the proleptic Gregorian date (era arithmetic:
-// 400-year eras of 146097 days, years starting 1 March).
-CivilDate civilFromDays(std::int64_t z) {
-  z += 719468;
-  const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  const std::int64_t doe = z - era * 146097;  // [0, 146096]
-  const std::int64_t yoe =
-      (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;         // [0, 399]
-  const std::int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);  // [0, 365]
-  const std::int64_t mp = (5 * doy + 2) / 153;                       // [0, 11]
-  const unsigned day = static_cast<unsigned>(doy - (153 * mp + 2) / 5 + 1);
-  const unsigned month = static_cast<unsigned>(mp < 10 ? mp + 3 : mp - 9);
-  return {yoe + era * 400 + (month <= 2), month, day};
-}
-
 constexpr std::int64_t kFirstNtp = 2272060800;  // 1972-01-01 00:00 UTC
 constexpr std::int64_t kFirstTaiMinusUtc = 10;
 
@@ -204,9 +185,11 @@ LeapSecondList LeapSecondListParser::parse(std::string_view text) {
         raise("BadLeapSecondListStart", lineNo);
       }
     } else {
-      const CivilDate date = civilFromDays(*ntp / 86400 - kNtpTo1970 / 86400);
+      const detail::CivilDate date =
+          detail::civilFromDays(*ntp / 86400 - kNtpTo1970 / 86400);
       if (*ntp <= lastNtp || *ntp % 86400 != 0 || date.day != 1 ||
-          (date.month != 1 && date.month != 7) || date.year > 9999) {
+          (date.month != 1 && date.month != 7) ||
+          date.year > detail::kLastYear) {
         raise("BadLeapSecondListDate", lineNo);
       }
       const std::int64_t step = *offset - lastOffset;

@@ -126,6 +126,11 @@ TEST(DateValidation, DayIsComparedInSixteenBits) {
         thrownId([&] { DTU::calendarToEpochTime(r, Epoch::Epoch1970, TAI); }),
         "Day of month value is out of range 1..31");
   }
+  // Day 0 of March in a year that starts a 400-year cycle is 29 February:
+  // a Tuesday, day 60.
+  const DateTimeStruct march0 = raw({2000, 3, 65536, 0, 0, 0});
+  EXPECT_EQ(DTU::calendarTimeToDayOfWeek(march0), 3);
+  EXPECT_EQ(DTU::calendarTimeToDayOfYear(march0), 60);
 }
 
 // Offsets between valid epochs are held to the calendar by the epoch
