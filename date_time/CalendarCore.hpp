@@ -6,13 +6,15 @@
 // back, where every division is by a constant and becomes a multiply, with
 // no sign fix-up, no table and no branch on the month.
 // Also the ordinary path from a calendar reading to seconds since an epoch,
-// shared by the calendar conversion and the time point's constructor.
+// shared by the calendar conversion and the time point's constructor, and
+// the way back, shared likewise.
 // Private to the library: no installed header includes it.
 #pragma once
 
 #include <cstdint>
 
 #include "date_time/DateTimeStruct.hpp"
+#include "date_time/diagnostics/Raise.hpp"
 #include "host/typesys/DateTimeEnums.hpp"
 
 namespace KvDateTime::detail {
@@ -220,6 +222,65 @@ inline EpochTimeStruct epochTimeOf(const OrdinaryFields& f, double second,
       break;
   }
   return {whole, frac};
+}
+
+// --- Seconds since an epoch to a calendar reading ----------------------------
+//
+// The whole of DateTimeUtilities::epochTimeToCalendar, inline here so that
+// reading a DateTime's calendar runs it without a call.
+
+// Whole counts lie within about 2.6e11 s of any epoch for the calendar's
+// years; a count beyond this bound is refused before any arithmetic.
+inline constexpr std::int64_t kMaxEpochSeconds = 1'000'000'000'000;
+
+inline DateTimeStruct calendarOf(const EpochTimeStruct& ets, Epoch epoch,
+                                 TimeStandard ts) {
+  if (ets.wholePart > kMaxEpochSeconds || ets.wholePart < -kMaxEpochSeconds) {
+    kvsvThrowIException(Korvane::DateTime::BadYear());
+  }
+  const EpochInstant& ref = epochReference(epoch);
+  std::int64_t t = ref.day * 86400 + ref.secondOfDay + ets.wholePart;
+  double frac = ets.fractionalPart;
+  switch (ts) {
+    case TimeStandard::UTC:
+      t -= 10;
+      break;
+    case TimeStandard::TT:
+      frac += 0.184;
+      if (frac >= 1.0) {
+        frac -= 1.0;
+        t += 33;
+      } else {
+        t += 32;
+      }
+      break;
+    default:
+      break;
+  }
+
+  // On the unsigned axis the day and its second come from one unsigned
+  // division, with no fix-up for negative counts.
+  constexpr auto kAxisSeconds = static_cast<std::int64_t>(kAxisShift * 86400);
+  const auto u = static_cast<std::uint64_t>(t + kAxisSeconds);
+  const auto sec = static_cast<std::int64_t>(u % 86400);
+  const CivilDate date = civilFromDays(static_cast<std::int64_t>(u / 86400) -
+                                       static_cast<std::int64_t>(kAxisShift));
+  // The calendar's year range, as the date type enforces it.
+  if (date.year < kFirstYear || date.year > kLastYear) {
+    kvsvThrowIException(Korvane::DateTime::BadYear());
+  }
+  DateTimeStruct r;
+  r.year = static_cast<double>(date.year);
+  r.month = date.month;
+  r.day = date.day;
+  r.hour = static_cast<double>(sec / 3600);
+  r.minute = static_cast<double>(sec % 3600 / 60);
+  r.second = static_cast<double>(sec % 60) + frac;
+  // Only the second, which carries the caller's fraction, can be invalid
+  // (the rest are formed in range); the record's own constructor throws its
+  // diagnostic then.
+  if (r.second < 0.0 || r.second >= 61.0) return DateTimeStruct(r.toArray());
+  return r;
 }
 
 }  // namespace KvDateTime::detail

@@ -7,6 +7,7 @@
 
 #include "date_time/CalendarCore.hpp"
 #include "date_time/DateTimeUtilities.hpp"
+#include "date_time/FloatingPoint.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "date_time/diagnostics/Raise.hpp"
 #include "host/typesys/DataTypeUtils.hpp"
@@ -129,7 +130,8 @@ namespace {
 // A low word within 2^10 of 2^64 converts to 2^64 as a double; the rest must
 // stay below one unit, so it is held at the largest double below 1.
 double belowOne(double fraction) {
-  return std::fmin(fraction, 0x1.fffffffffffffp-1);
+  constexpr double kLast = 0x1.fffffffffffffp-1;
+  return fraction < kLast ? fraction : kLast;
 }
 
 // Whether floor(value) fits the 64-bit whole part of the split. A count
@@ -152,22 +154,27 @@ bool splitKeepsWholePart(const FXP::DataValue& value) {
   return kBelow <= value && value < kAbove;
 }
 
+// The double split's fast path: where the value's step is at least 2^-64
+// nothing is floored away on the way to 64 fraction bits, and the rest, exact
+// on that grid, is then rounded once to a double either way. False for the
+// magnitudes that need the 128-bit route.
+inline bool splitOrdinaryDouble(double d, EpochTimeStruct& split) {
+  const double a = std::fabs(d);
+  if (!(d == 0 || (a >= 0x1p-11 && a < 0x1p62))) return false;
+  const double whole = detail::fastFloor(d);
+  split =
+      EpochTimeStruct{static_cast<std::int64_t>(whole), belowOne(d - whole)};
+  return true;
+}
+
 }  // namespace
 
 EpochTimeStruct DateTime::splitStorageValue(const FXP::DataValue& value) {
-  // Fast paths with the same result as the 128-bit route below: where the
-  // value's step is at least 2^-64 nothing is floored away on the way to
-  // 64 fraction bits, and the rest, exact on that grid, is then rounded once
-  // to a double either way.
+  // Fast paths with the same result as the 128-bit route below.
   const FXP::DataType& type = value.getDataType();
+  EpochTimeStruct split;
   if (type.isDouble()) {
-    const double d = value.toDouble();
-    const double a = std::fabs(d);
-    if (d == 0 || (a >= 0x1p-11 && a < 0x1p62)) {
-      const double whole = std::floor(d);
-      return EpochTimeStruct{static_cast<std::int64_t>(whole),
-                             belowOne(d - whole)};
-    }
+    if (splitOrdinaryDouble(value.toDouble(), split)) return split;
   } else if (type.wordLength() <= 64 && type.fractionLength() >= 0 &&
              type.fractionLength() < 64) {
     const int f = type.fractionLength();
@@ -194,17 +201,33 @@ EpochTimeStruct DateTime::splitStorageValue(const FXP::DataValue& value) {
   return EpochTimeStruct{whole, belowOne(static_cast<double>(low) * 0x1p-64)};
 }
 
+namespace {
+
+// The split a calendar reading starts from; "BadYear" where its whole part
+// would not fit. A model's clock in double storage takes the first branch,
+// with no type dispatch on the way.
+EpochTimeStruct calendarSplit(const FXP::DataValue& value) {
+  EpochTimeStruct split;
+  if (value.getDataType().isDouble() &&
+      splitOrdinaryDouble(value.toDouble(), split)) {
+    return split;
+  }
+  if (!splitKeepsWholePart(value)) {
+    kvsvThrowIException(Korvane::DateTime::BadYear());
+  }
+  return DateTime::splitStorageValue(value);
+}
+
+}  // namespace
+
 DateTimeStruct DateTime::convertDVToDateTimeStruct(const DvLs& valueAndFlag,
                                                    Epoch epoch,
                                                    TimeStandard ts) {
-  const bool days = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
-  if (!days && !splitKeepsWholePart(valueAndFlag.value))
-    kvsvThrowIException(Korvane::DateTime::BadYear());
+  const FXP::DataValue& value = valueAndFlag.value;
   DateTimeStruct cal =
-      days ? DateTimeUtilities::julianDateToCalendar(
-                 valueAndFlag.value.toDouble(), epoch, ts)
-           : DateTimeUtilities::epochTimeToCalendar(
-                 splitStorageValue(valueAndFlag.value), epoch, ts);
+      DateTimeUtilities::isJulianCompatibleEpoch(epoch)
+          ? DateTimeUtilities::julianDateToCalendar(value.toDouble(), epoch, ts)
+          : detail::calendarOf(calendarSplit(value), epoch, ts);
   if (!valueAndFlag.isLeapSecond) return cal;
   if (ts != TimeStandard::UTC)
     kvsvThrowIException(Korvane::DateTime::BadLeapSecondBoolTimeStandard());

@@ -26,11 +26,6 @@ using Korvane::DateTime::makeDiagnostic;
 constexpr double kTaiModelStartTolerance =
     std::bit_cast<double>(std::uint64_t{0x4023FFFE2A000000});
 
-// Whole results of epochTimeToCalendar lie within about 2.6e11 s of any
-// epoch. Beyond this bound the microsecond arithmetic would overflow, and
-// the reading is outside the calendar's years anyway.
-constexpr std::int64_t kMaxEpochSeconds = 1'000'000'000'000;  // ~31700 years
-
 }  // namespace
 
 // --- Validation ------------------------------------------------------------
@@ -244,49 +239,7 @@ EpochTimeStruct DateTimeUtilities::calendarToEpochTime(
 
 DateTimeStruct DateTimeUtilities::epochTimeToCalendar(
     const EpochTimeStruct& ets, Epoch epoch, TimeStandard ts) {
-  if (ets.wholePart > kMaxEpochSeconds || ets.wholePart < -kMaxEpochSeconds) {
-    kvsvThrowIException(Korvane::DateTime::BadYear());
-  }
-  const detail::EpochInstant& ref = detail::epochReference(epoch);
-  std::int64_t t = ref.day * 86400 + ref.secondOfDay + ets.wholePart;
-  double frac = ets.fractionalPart;
-  switch (ts) {
-    case TimeStandard::UTC:
-      t -= 10;
-      break;
-    case TimeStandard::TT:
-      frac += 0.184;
-      if (frac >= 1.0) {
-        frac -= 1.0;
-        t += 33;
-      } else {
-        t += 32;
-      }
-      break;
-    default:
-      break;
-  }
-
-  std::int64_t day = t / 86400, sec = t % 86400;
-  if (sec < 0) {
-    sec += 86400;
-    --day;
-  }
-  const detail::CivilDate date = detail::civilFromDays(day);
-  // The calendar's year range, as the date type enforces it.
-  if (date.year < detail::kFirstYear || date.year > detail::kLastYear) {
-    kvsvThrowIException(Korvane::DateTime::BadYear());
-  }
-  const CalendarValues values = {static_cast<double>(date.year),
-                                 static_cast<double>(date.month),
-                                 static_cast<double>(date.day),
-                                 static_cast<double>(sec / 3600),
-                                 static_cast<double>(sec % 3600 / 60),
-                                 static_cast<double>(sec % 60) + frac};
-  // Only the second, which carries the caller's fraction, can be invalid;
-  // the record's own constructor throws its diagnostic then.
-  if (timeProblem(values, TimeStandard::UTC)) return DateTimeStruct(values);
-  return validatedRecord(values);
+  return detail::calendarOf(ets, epoch, ts);
 }
 
 // --- Julian dates

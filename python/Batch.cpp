@@ -43,22 +43,38 @@ struct StoredIn {
   std::size_t size;
   FXP::DataType type;
 
+  // The layout is a template argument so that a loop reads its values
+  // without a switch per element; `forLayout` picks the instance once.
+  template <Layout L>
   FXP::DataValue at(std::size_t i) const {
-    switch (layout) {
-      case Layout::Double:
-        return storedFromDouble(reinterpret_cast<const double*>(data)[i]);
-      case Layout::Int64: {
-        const std::int64_t v = reinterpret_cast<const std::int64_t*>(data)[i];
-        return storedFromRaw(type, static_cast<FXP::UInt128>(FXP::Int128{v}),
-                             v < 0);
-      }
-      case Layout::UInt64:
-        return storedFromRaw(
-            type, reinterpret_cast<const std::uint64_t*>(data)[i], false);
-      case Layout::Wide:
-        return FXP::DataValue::fromCompact(type, data + 16 * i);
+    if constexpr (L == Layout::Double) {
+      return storedFromDouble(reinterpret_cast<const double*>(data)[i]);
+    } else if constexpr (L == Layout::Int64) {
+      const std::int64_t v = reinterpret_cast<const std::int64_t*>(data)[i];
+      return storedFromRaw(type, static_cast<FXP::UInt128>(FXP::Int128{v}),
+                           v < 0);
+    } else if constexpr (L == Layout::UInt64) {
+      return storedFromRaw(
+          type, reinterpret_cast<const std::uint64_t*>(data)[i], false);
+    } else {
+      return FXP::DataValue::fromCompact(type, data + 16 * i);
     }
-    return {};
+  }
+
+  template <typename F>
+  decltype(auto) forLayout(F&& f) const {
+    using C = std::integral_constant<Layout, Layout::Double>;
+    switch (layout) {
+      case Layout::Int64:
+        return f(std::integral_constant<Layout, Layout::Int64>{});
+      case Layout::UInt64:
+        return f(std::integral_constant<Layout, Layout::UInt64>{});
+      case Layout::Wide:
+        return f(std::integral_constant<Layout, Layout::Wide>{});
+      case Layout::Double:
+        break;
+    }
+    return f(C{});
   }
 };
 
@@ -172,13 +188,14 @@ using Outcome = std::optional<Failure>;
 
 // --- The loops: pure C++, called with the GIL released. -------------------
 
+template <Layout L>
 Outcome toCalendarLoop(const StoredIn& in, const bool* flags, Epoch epoch,
                        TimeStandard ts, double* out) {
   std::size_t i = 0;
   try {
     for (; i < in.size; ++i) {
-      const DateTimeStruct c =
-          DateTime::convertDVToDateTimeStruct(DvLs{in.at(i), flags && flags[i]}, epoch, ts);
+      const DateTimeStruct c = DateTime::convertDVToDateTimeStruct(
+          DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
       double* row = out + 6 * i;
       row[0] = c.year;
       row[1] = c.month;
@@ -227,6 +244,7 @@ std::uint32_t seekCursor(const std::vector<FXP::DataValue>& instants,
   return static_cast<std::uint32_t>(below > 0 ? below - 1 : 0);
 }
 
+template <Layout L>
 Outcome convertLoop(const StoredIn& in, const bool* flags, TimeStandard from,
                     TimeStandard to, Epoch epoch,
                     const KvDateTime::LeapSecondTableData& table,
@@ -244,7 +262,7 @@ Outcome convertLoop(const StoredIn& in, const bool* flags, TimeStandard from,
   std::size_t i = 0;
   try {
     for (; i < in.size; ++i) {
-      const DvLs v{in.at(i), flags && flags[i]};
+      const DvLs v{in.template at<L>(i), flags && flags[i]};
       if (i > 0 && v.value < previous) cursor = seekCursor(instants, v.value);
       previous = v.value;
       const DvLs r =
@@ -260,14 +278,15 @@ Outcome convertLoop(const StoredIn& in, const bool* flags, TimeStandard from,
   return std::nullopt;
 }
 
+template <Layout L>
 Outcome formatLoop(const StoredIn& in, const bool* flags, Epoch epoch,
                    TimeStandard ts, const std::u16string& pattern,
                    std::vector<std::u16string>& out) {
   std::size_t i = 0;
   try {
     for (; i < in.size; ++i) {
-      const DateTimeStruct c =
-          DateTime::convertDVToDateTimeStruct(DvLs{in.at(i), flags && flags[i]}, epoch, ts);
+      const DateTimeStruct c = DateTime::convertDVToDateTimeStruct(
+          DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
       out.push_back(
           KvDateTime::DateTimeStructFormatter(c, ts).getFormattedStr(pattern));
     }
@@ -310,7 +329,10 @@ void bindBatch(py::module_& m) {
         py::array_t<double> out({input.in.size, std::size_t{6}});
         double* data = out.mutable_data();
         runReleased([&] {
-          return toCalendarLoop(input.in, flagData(flags), e, ts, data);
+          return input.in.forLayout([&](auto l) {
+            return toCalendarLoop<decltype(l)::value>(input.in, flagData(flags),
+                                                      e, ts, data);
+          });
         });
         return out;
       },
@@ -366,8 +388,10 @@ void bindBatch(py::module_& m) {
                              static_cast<unsigned char*>(out.mutable_data())};
         bool* flagsData = flagsOut.mutable_data();
         runReleased([&] {
-          return convertLoop(input.in, flagData(flags), from, to, e, data, sink,
-                             flagsData);
+          return input.in.forLayout([&](auto l) {
+            return convertLoop<decltype(l)::value>(
+                input.in, flagData(flags), from, to, e, data, sink, flagsData);
+          });
         });
         return py::make_tuple(out, flagsOut);
       },
@@ -391,7 +415,10 @@ void bindBatch(py::module_& m) {
         std::vector<std::u16string> texts;
         texts.reserve(input.in.size);
         runReleased([&] {
-          return formatLoop(input.in, flagData(flags), e, ts, p, texts);
+          return input.in.forLayout([&](auto l) {
+            return formatLoop<decltype(l)::value>(input.in, flagData(flags), e,
+                                                  ts, p, texts);
+          });
         });
         py::list out(texts.size());
         for (std::size_t i = 0; i < texts.size(); ++i)
@@ -430,12 +457,15 @@ void bindBatch(py::module_& m) {
           py::gil_scoped_release release;
           for (int r = 0; r < repeats && !failure; ++r) {
             const auto start = std::chrono::steady_clock::now();
-            failure = op == "to_calendar"
-                          ? toCalendarLoop(input.in, nullptr, e,
-                                           TimeStandard::UTC, calendar.data())
-                          : convertLoop(input.in, nullptr, TimeStandard::UTC,
-                                        TimeStandard::TAI, e, table, sink,
-                                        flags.get());
+            failure = input.in.forLayout([&](auto l) {
+              constexpr Layout L = decltype(l)::value;
+              return op == "to_calendar"
+                         ? toCalendarLoop<L>(input.in, nullptr, e,
+                                             TimeStandard::UTC, calendar.data())
+                         : convertLoop<L>(input.in, nullptr, TimeStandard::UTC,
+                                          TimeStandard::TAI, e, table, sink,
+                                          flags.get());
+            });
             const std::chrono::duration<double> took =
                 std::chrono::steady_clock::now() - start;
             best = std::min(best, took.count());

@@ -5,11 +5,13 @@
 
 #include <pybind11/pybind11.h>
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -60,7 +62,13 @@ FXP::DataValue storedFromRaw(const FXP::DataType& type, FXP::UInt128 bits,
 // sign- or zero-extended.
 void storedBytes(const FXP::DataValue& value, unsigned char (&out)[16]);
 // A finite double into double storage; std::invalid_argument otherwise.
-FXP::DataValue storedFromDouble(double value);
+// Inline: a batch in double storage reads every value through it.
+inline FXP::DataValue storedFromDouble(double value) {
+  if (!std::isfinite(value)) {
+    throw std::invalid_argument("a stored value is not a finite number");
+  }
+  return FXP::DataValue::fromDouble(FXP::DataType::doubleT(), value, {});
+}
 
 // A leap-second schedule, the library's own or one read from a
 // leap-seconds.list text. The library's tables are built per epoch and

@@ -122,12 +122,6 @@ void storedBytes(const FXP::DataValue& value, unsigned char (&out)[16]) {
     std::memset(out + n, 0xff, 16 - n);
 }
 
-FXP::DataValue storedFromDouble(double value) {
-  if (!std::isfinite(value))
-    throw std::invalid_argument("a stored value is not a finite number");
-  return FXP::DataValue::fromDouble(FXP::DataType::doubleT(), value, {});
-}
-
 const KvDateTime::LeapSecondTableData& LeapTable::forStorage(
     Epoch epoch, const FXP::DataType& type) {
   const auto key = std::make_pair(static_cast<int>(epoch),
