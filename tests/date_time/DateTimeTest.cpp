@@ -253,6 +253,9 @@ TEST(DateTimeUtilitiesOfTimePoints, DayOfWeekAndValidation) {
       {Epoch::Epoch1970, TimeStandard::TAI, 86400 * 3, 1},
       {Epoch::EpochJ2000, TimeStandard::TT, 0, 7},
       {Epoch::EpochJD, TimeStandard::UTC, 2451544.5, 7},
+      // Day epochs truncate: J2000.0 is 6.5 days after a Sunday midnight,
+      // so -10.25 is day -3.75 of that week, counted as -3 (a Thursday).
+      {Epoch::EpochJ2000, TimeStandard::UTC, -10.25, 5},
       {Epoch::Epoch1900, TimeStandard::UTC, 0, 2}};
   // clang-format on
   for (const auto& [epoch, ts, value, want] : days) {

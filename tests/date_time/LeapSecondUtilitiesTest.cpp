@@ -49,11 +49,11 @@ TEST(LeapSecondPruning, PrunedTableConvertsLikeTheFullOneAfterTheStart) {
                                    (c.start.secondOfDay + 86401) / 2}
                     .calendar(),
                 e, TimeStandard::UTC, s.type);
-            EXPECT_NEAR(
-                DateTime::subtract(convert(rest, TimeStandard::TAI, p),
-                                   convert(rest, TimeStandard::TAI, full), kvtest::mc),
-                DateTimeUtilities::secondsToTimeShift(1.0, e),
-                s.toleranceSeconds + 1e-9);
+            EXPECT_NEAR(DateTime::subtract(
+                            convert(rest, TimeStandard::TAI, p),
+                            convert(rest, TimeStandard::TAI, full), kvtest::mc),
+                        DateTimeUtilities::secondsToTimeShift(1.0, e),
+                        s.toleranceSeconds + 1e-9);
           }
           for (const kvtest::UtcReading& r : grid) {
             if (!c.converts) break;
@@ -74,6 +74,21 @@ TEST(LeapSecondPruning, PrunedTableConvertsLikeTheFullOneAfterTheStart) {
         }
       }
     }
+}
+
+// Just below 2^33 s the TAI value of a double start rounds down across the
+// power of two: TAI - UTC is 27 s less 2^-20, and the base count, truncated,
+// is 26.
+TEST(LeapSecondPruning, BaseCountIsTruncatedTowardZero) {
+  const FXP::DataType type = FXP::DataType::doubleT();
+  const DateTime start(
+      {FXP::DataValue::fromDouble(type, 0x1p33 - 10 + 0x1p-20, {})},
+      Epoch::Epoch1958, TimeStandard::UTC);
+  EXPECT_EQ(
+      LeapSecondUtilities::pruneLeapSecondTableData(
+          LeapSecondTableDataCreator::build(Epoch::Epoch1958, type), start)
+          .baseLeapSecondCount,
+      26);
 }
 
 }  // namespace
