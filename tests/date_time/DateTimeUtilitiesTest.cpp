@@ -52,6 +52,7 @@ const Case kRules[] = {
     {{1399, 1, 1, 0, 0, 0}, TAI, "BadYear"},        {{10000, 1, 1, 0, 0, 0}, TAI, "BadYear"},
     {{kInf, 1, 1, 0, 0, 0}, TAI, "BadYear"},        {{2023, 13, 1, 24, 0, 0}, TAI, "BadMonth"},
     {{2023, 1, 1, 24, 0, 0}, TAI, "BadHour"},       {{2023, 1, 1, 0.5, 0, 0}, TAI, "BadHour"},
+    {{2023, kNaN, 1, 0, 0, 0}, TAI, "BadMonth"},    {{2023, 1, 1, 0, -kInf, 0}, TAI, "BadMinute"},
     {{2023, 1, 1, 0, 60, 0}, TAI, "BadMinute"},     {{2023, 1, 1, 0, 0, -0.001}, TAI, "BadSecond"},
     {{2016, 12, 31, 23, 59, 60}, TT, "BadSecond"},  {{2016, 12, 31, 23, 59, 60}, TimeStandard(7), "BadSecond"},
     {{2016, 12, 31, 23, 59, 60.999}, UTC, ""},      {{2015, 6, 30, 23, 59, 60.5}, UTC, ""},
@@ -165,7 +166,8 @@ TEST(JulianDate, FailsThroughItsFinalValidation) {
   // Late on 28 February 1700 the century quirk yields 29 February 1700.
   // clang-format off
   const std::pair<double, const char*> rows[] = {{2342031.25, "BadDayOfMonth"},
-      {2232399.0, "BadYear"}, {5373484.5, "BadYear"}, {kNaN, "BadYear"}, {kInf, "BadYear"}};
+      {2232399.0, "BadYear"}, {5373484.5, "BadYear"}, {kNaN, "BadYear"}, {kInf, "BadYear"},
+      {std::numeric_limits<double>::max(), "BadMonth"}};  // its month is checked first
   // clang-format on
   for (auto [jd, id] : rows)
     EXPECT_EQ(
