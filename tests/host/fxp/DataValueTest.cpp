@@ -1,14 +1,12 @@
-// Every operation against exact rational results rounded by definition, over
-// random types, values and modes; the double edges that guard real faults;
-// and no allocation.
+// Rounding by every code against exact rational results rounded by
+// definition, without allocating; the double edges that guard real faults.
 
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <cmath>
 
 #include "host/fxp/FXP.hpp"
 #include "tests/CountingAllocator.hpp"
-#include "tests/TestScale.hpp"
 #include "tests/host/fxp/FxpOracle.hpp"
 
 namespace {
@@ -16,95 +14,50 @@ namespace {
 using namespace FXP;
 using namespace fxptest;
 
-// kind,signed,wordLength,fractionLength:numerator/denominator
-std::string describe(const DataValue& v) {
-  const DataType& t = v.getDataType();
-  std::ostringstream s;
-  s << t.kind() << ',' << t.isSigned() << ',' << t.wordLength() << ','
-    << t.fractionLength() << ':' << exactOf(v);
-  return s.str();
-}
-
-// 100,000 random cases per operation, each checked against the oracle:
-// - the result is the exact one rounded once into the result type, and the
-//   logger (installed in three cases of four) hears of an overflow once,
-//   exactly when the range is left; a zero divisor throws std::domain_error;
-// - fromInt64 of a random int64_t into the result type rounds once;
-// - tryAddFromDouble either leaves the value alone or gives what fromDouble
-//   and add / minus give, exactly and in range; it takes the fast path in at
-//   least a quarter of the cases;
-// - none of these calls allocates.
-// A third of the cases use one type for both operands and the result, which
-// the inline fast paths take. Comparisons, toDouble and fromDouble against
-// the same oracle, and the compact form and refused types, modes and bytes,
-// are fuzz/fxp_fuzz.cpp's (run by make test); this test keeps the calls the
-// fuzz target does not make, and the ops, so that ctest alone still sees a
-// rounding fault.
-TEST(DataValueOracle, EveryOperationRoundsOnceWithoutAllocating) {
-  using Method = DataValue (DataValue::*)(const DataType&, const DataValue&,
-                                          MathControl&) const;
-  constexpr Method kMethods[] = {&DataValue::add, &DataValue::minus,
-                                 &DataValue::multiplyBy, &DataValue::divideBy};
+// Every rounding code at ties and beside them (quarters from -3.25 to
+// 3.25), in words from 8 to 128 bits, against the textbook definitions of
+// FxpOracle.hpp: a conversion into a coarser type (the general path),
+// fromDouble, fromInt64 into a type whose step is 4, and a step of
+// tryAddFromDouble from zero, which either declines or gives what fromDouble
+// gives. None of them allocates. Random types, operands and overflow through
+// every operation, comparisons and the compact form are
+// fuzz/fxp_fuzz.cpp's (run by make test).
+TEST(DataValueRounding, EveryCodeAtAndBesideTies) {
   kvtest::allocations = 0;
   kvtest::countingAllocations = false;  // on only around the calls
-  int stepped = 0, steppedFast = 0;
-  for (const Op op :
-       {Op::kAdd, Op::kMinus, Op::kMultiply, Op::kDivide, Op::kConvert}) {
-    Generator gen{std::mt19937_64(static_cast<int>(op))};
-    for (int i = 0; i < kvtest::scaled(100000) && !HasFailure(); ++i) {
-      const DataType ta = gen.type();
-      const bool same = gen.uniform(0, 2) == 0;
-      const DataType tb = same ? ta : gen.type(), tr = same ? ta : gen.type(20);
-      const DataValue a = gen.value(ta), b = gen.value(tb);
-      const MathMode mode = gen.mode();
-      const Rational ea = exactOf(a), eb = exactOf(b);
-      const bool byZero = op == Op::kDivide && eb.num == 0;
-      MathControl control(mode);
-      FixptRangeMath::FixptRangeMathLogger logger;
-      control.setMathLogger(i % 4 ? &logger : nullptr);
-      kvtest::countingAllocations = true;
-      const auto n = static_cast<std::int64_t>(gen.rng()) >> gen.uniform(0, 63);
-      const DataValue fi = DataValue::fromInt64(tr, n, mode);
-      // A step of b's size in a's type, which a running value mostly takes.
-      const bool backwards = gen.uniform(0, 1) != 0;
-      const double stepSize = b.toDouble();
-      DataValue step = a;
-      const bool fast = step.tryAddFromDouble(backwards, stepSize, mode);
-      const DataValue r =
-          byZero ? DataValue()
-          : op == Op::kConvert
-              ? a.convert(tr, control)
-              : (a.*kMethods[static_cast<int>(op)])(tr, b, control);
-      kvtest::countingAllocations = false;
-      EXPECT_TRUE(fi.getDataType() == tr && step.getDataType() == ta);
-      EXPECT_EQ(exactOf(fi), roundInto({n}, tr, mode).value) << n;
-      ++stepped;
-      if (fast) {
-        ++steppedFast;
-        const Rational s = roundInto(exactOfDouble(stepSize), ta, mode).value;
-        const Rounded want = roundInto(
-            apply(backwards ? Op::kMinus : Op::kAdd, ea, s), ta, mode);
-        EXPECT_FALSE(want.overflow);
-        EXPECT_EQ(exactOf(step), want.value) << "step " << describe(step);
-      } else {
-        EXPECT_EQ(exactOf(step), ea) << "a failed step changed the value";
+  int fastSteps = 0;
+  for (int code = 0; code < 6; ++code)
+    for (int w : {8, 33, 64, 65, 128})
+      for (int q = -13; q <= 13; ++q) {
+        SCOPED_TRACE(testing::Message()
+                     << "code " << code << " w" << w << " " << q << "/4");
+        const MathMode mode(code, MathMode::kSaturate);
+        MathControl control(mode);
+        const DataType quarters = DataType::fixedT(true, w, 2),
+                       whole = DataType::fixedT(true, w, 0),
+                       fours = DataType::fixedT(true, w, -2);
+        const DataValue exact = DataValue::fromDouble(quarters, q / 4.0, mode);
+        DataValue step = DataValue::fromInt64(whole, 0, mode);
+        kvtest::countingAllocations = true;
+        const DataValue converted = exact.convert(whole, control);
+        const DataValue fromDouble =
+            DataValue::fromDouble(whole, q / 4.0, mode);
+        const DataValue fromInt = DataValue::fromInt64(fours, q, mode);
+        const bool fast = step.tryAddFromDouble(q < 0, std::abs(q) / 4.0, mode);
+        kvtest::countingAllocations = false;
+        fastSteps += fast;
+        const Rational want = roundInto({q, 4}, whole, mode).value;
+        EXPECT_EQ(exactOf(exact), (Rational{q, 4}));
+        EXPECT_EQ(exactOf(converted), want);
+        EXPECT_EQ(exactOf(fromDouble), want);
+        EXPECT_EQ(exactOf(fromInt), roundInto({q}, fours, mode).value);
+        // The step rounds the magnitude and subtracts it.
+        const Rational m = roundInto({std::abs(q), 4}, whole, mode).value;
+        EXPECT_EQ(exactOf(step),
+                  fast ? Rational{q < 0 ? -m.num : m.num} : Rational{0});
       }
-      if (byZero) {
-        EXPECT_THROW(a.divideBy(tr, b, control), std::domain_error);
-      } else {
-        const Rounded want = roundInto(apply(op, ea, eb), tr, mode);
-        EXPECT_TRUE(r.getDataType() == tr);
-        EXPECT_EQ(exactOf(r), want.value) << describe(r);
-        EXPECT_EQ(logger.overflowCount(), i % 4 && want.overflow);
-      }
-      if (HasFailure())  // the loop stops here: name the case
-        ADD_FAILURE() << "op " << static_cast<int>(op) << " a=" << describe(a)
-                      << " b=" << describe(b) << " mode "
-                      << int{mode.roundingCode()} << int{mode.overflowCode()};
-    }
-  }
-  EXPECT_GT(steppedFast, stepped / 4);
   EXPECT_EQ(kvtest::allocations.load(), 0);
+  EXPECT_GT(fastSteps, 6 * 5 * 27 / 2);  // the words up to 64 bits at least
 }
 
 // The inline double fast path hands a sum beyond DBL_MAX to the general path,
