@@ -74,19 +74,9 @@ const Case kRules[] = {
 static_assert(std::is_trivially_copyable_v<DateTimeStruct>);
 static_assert(std::is_trivially_copyable_v<EpochTimeStruct>);
 
-// The record's constructor skips the empty record (a NaN is not zero),
-// judges the date before the time, the time under UTC rules, and neither the
-// leap second's position nor the year range.
-TEST(CalendarRecord, ConstructionThrowsTheFirstProblemDateBeforeTime) {
-  // clang-format off
-  const std::pair<Cal, const char*> cases[] = {
-      {{0, 0, 0, 0, 0, 0}, ""}, {{0, 0, 0, 0, 0, kNaN}, "BadMonth"}, {{2024, 13, 1, 25, 0, 0}, "BadMonth"},
-      {{2024, 1, 1, 0, 0, 61}, "BadSecondUTC"}, {{2024, 1, 1, 0, 0, 60.5}, ""}, {{1300, 1, 1, 0, 0, 0}, ""}};
-  // clang-format on
-  for (const auto& [values, id] : cases)
-    EXPECT_EQ(thrownId([&] { DateTimeStruct r(values); }), id) << id;
-}
-
+// (The record's own constructor, which skips the empty record and judges
+// the date, then the time under UTC rules, is held to the validators by
+// fuzz/calendar_fuzz.cpp for any six doubles.)
 TEST(DateTimeValidation,
      AllValidatorsReportTheFirstBrokenRuleAndConvertersRaiseIt) {
   for (const Case& c : kRules) {
@@ -176,11 +166,10 @@ TEST(JulianDate, FailsThroughItsFinalValidation) {
         << jd;
 }
 
-TEST(DayOfWeekAndYear, AnyWholeYearAndSecondsSinceSunday) {
-  // -1-01-01 was a Saturday; -400-03-01 a Thursday, day 61 of a leap year.
-  EXPECT_EQ(DTU::calendarTimeToDayOfWeek(raw({-1, 1, 1, 0, 0, 0})), 6);
-  EXPECT_EQ(DTU::calendarTimeToDayOfWeek(raw({-400, 3, 1, 0, 0, 0})), 4);
-  EXPECT_EQ(DTU::calendarTimeToDayOfYear(raw({-400, 3, 1, 0, 0, 0})), 61);
+// Days of week and year of any real date, years below 1 included, are held
+// to std::chrono by fuzz/calendar_fuzz.cpp; here each epoch's distance from
+// the Sunday before it, in each standard.
+TEST(DayOfWeek, SecondsSinceSundayMidnight) {
   // clang-format off
   const std::tuple<Epoch, TimeStandard, double> rows[] = {
       {Epoch::Epoch1970, UTC, 345600.0}, {Epoch::Epoch1970, TAI, 345610.0},
