@@ -131,18 +131,16 @@ TEST(DateTimeValue, SplitMatchesExactFloor) {
 }
 
 TEST(DateTimeValue, LeapSecondFlagFollowsTheRules) {
-  // The flag is set and the value is that of the second before, in day
-  // epochs too; the reading gives the leap second back.
-  const DateTimeStruct leap = handFilled(2016, 12, 31, 23, 59, 60.5);
+  // The flag is set, in day epochs too, and the reading gives the leap
+  // second back. (Its value, that of the second before, is held to ERFA in
+  // every epoch and storage by the inserted-second conversions.)
   for (const auto& [cal, epoch, type] :
-       {std::tuple{leap, Epoch::Epoch1970, kI64f32},
+       {std::tuple{handFilled(2016, 12, 31, 23, 59, 60.5), Epoch::Epoch1970,
+                   kI64f32},
         std::tuple{handFilled(2015, 6, 30, 23, 59, 60), Epoch::EpochMJD,
                    DataType::doubleT()}}) {
-    DateTimeStruct before = cal;
-    before.second -= 1;
     const DateTime dt(cal, epoch, TimeStandard::UTC, type);
     EXPECT_TRUE(dt.isLeapSecond);
-    EXPECT_EQ(dt.value, DateTime(before, epoch, TimeStandard::UTC, type).value);
     EXPECT_NEAR(dt.toDateTimeStruct().second, cal.second, 1e-4);
   }
   // A set flag is judged on the reading: the last second of a half year, in
