@@ -60,29 +60,24 @@ TEST(DataValueRounding, EveryCodeAtAndBesideTies) {
   EXPECT_GT(fastSteps, 6 * 5 * 27 / 2);  // the words up to 64 bits at least
 }
 
-// The inline double fast path hands a sum beyond DBL_MAX to the general path,
-// which saturates under either overflow code and logs each overflow once.
-TEST(DataValueEdge, DoubleSumBeyondDblMaxSaturatesAndIsLogged) {
-  const DataValue big = DataValue::fromDouble({}, DBL_MAX, MathMode());
-  const DataValue minusBig = DataValue::fromDouble({}, -DBL_MAX, MathMode());
+// The inline shortcuts of the double type: a sum beyond DBL_MAX goes to the
+// general path, which saturates under either overflow code and logs each
+// overflow once; an exact zero is +0.0 (found by fuzzing: add, minus and
+// convert gave -0.0 there, where the general path gives +0.0).
+TEST(DataValueEdge, DoubleShortcutsSaturateAndGivePositiveZero) {
+  const DataValue big = DataValue::fromDouble({}, DBL_MAX, MathMode()),
+                  neg = DataValue::fromDouble({}, -0.0, MathMode()), pos;
   FixptRangeMath::FixptRangeMathLogger logger;
   for (const int overflowCode : {0, 1}) {
     MathControl mc(MathMode(MathMode::kFloor, overflowCode));
     mc.setMathLogger(&logger);
     EXPECT_EQ(big.add({}, big, mc).toDouble(), DBL_MAX);
-    EXPECT_EQ(minusBig.minus({}, big, mc).toDouble(), -DBL_MAX);
+    EXPECT_EQ(neg.minus({}, big, mc).minus({}, big, mc).toDouble(), -DBL_MAX);
+    for (const DataValue& r :
+         {neg.add({}, neg, mc), neg.minus({}, pos, mc), neg.convert({}, mc)})
+      EXPECT_FALSE(std::signbit(r.toDouble()));
   }
   EXPECT_EQ(logger.overflowCount(), 4u);
-}
-
-// Found by fuzzing: the same-type shortcuts of add, minus and convert gave
-// -0.0 where the general path gives +0.0.
-TEST(DataValueEdge, ExactZeroInTheDoubleTypeIsPositive) {
-  const DataValue neg = DataValue::fromDouble({}, -0.0, MathMode()), pos;
-  MathControl mc{MathMode()};
-  for (const DataValue& r :
-       {neg.add({}, neg, mc), neg.minus({}, pos, mc), neg.convert({}, mc)})
-    EXPECT_FALSE(std::signbit(r.toDouble()));
 }
 
 }  // namespace
