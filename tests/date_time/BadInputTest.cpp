@@ -92,19 +92,11 @@ TEST(BadInput, CountBeyondSixtyFourBitsReadsAsBadYear) {
   }
 }
 
-bool operator==(const LeapSecondTableData& a, const LeapSecondTableData& b) {
-  return a.baseLeapSecondCount == b.baseLeapSecondCount &&
-         a.leapSecondYears == b.leapSecondYears &&
-         a.taiInstants == b.taiInstants && a.utcInstants == b.utcInstants &&
-         a.cumulativeCounts == b.cumulativeCounts &&
-         a.positiveLeapSecondStarts == b.positiveLeapSecondStarts &&
-         a.negativeLeapSecondInstants == b.negativeLeapSecondInstants;
-}
-
-// A refused conversion leaves the shared table and the caller's cursor as
-// they were, whichever step refuses it; pruning refuses what converting
-// the start to UTC or TAI refuses.
-TEST(BadInput, RefusedConversionsKeepTableAndCursor) {
+// A refused conversion leaves the caller's cursor as it was, whichever step
+// refuses it; pruning refuses what converting the start to UTC or TAI
+// refuses. (The shared table is only read: every entry point takes it by
+// const reference, and it has no mutable member.)
+TEST(BadInput, RefusedConversionsKeepTheCursor) {
   const LeapSecondYears years{{1972, {1, 1}}, {1990, {-1, 0}}, {2016, {0, 1}}};
   const DateTimeStruct late = handFilled(2020, 1, 1, 0, 0, 0);
   const DateTimeStruct removed = handFilled(1990, 6, 30, 23, 59, 59.5);
@@ -124,7 +116,6 @@ TEST(BadInput, RefusedConversionsKeepTableAndCursor) {
     SCOPED_TRACE(r.expected);
     const LeapSecondTableData table =
         LeapSecondTableDataCreator::build(years, r.epoch, r.type);
-    const LeapSecondTableData copy = table;
     DateTime dt(r.inRemovedSecond ? removed : late, r.epoch, TS::UTC, r.type);
     dt.timeStandard = r.from;
     dt.isLeapSecond = r.flag;
@@ -147,7 +138,6 @@ TEST(BadInput, RefusedConversionsKeepTableAndCursor) {
               0),
           r.inRemovedSecond ? r.expected : std::string());
     }
-    EXPECT_TRUE(table == copy);
   }
 }
 

@@ -68,8 +68,8 @@ TEST(DateTimeValue, MatchesExactOracleAndReadsBack) {
         const auto e = Epoch(k % 6);
         const auto ts = TimeStandard(k / 6);
         SCOPED_TRACE(testing::Message()
-                     << i << " e" << k % 6 << " ts" << k / 6 << " w"
-                     << t.wordLength() << " f" << t.fractionLength());
+                     << i << " k" << k << " w" << t.wordLength() << "."
+                     << t.fractionLength());
         // TT and TDB move the count by 32.184 s, which no binary
         // fraction holds exactly.
         const bool holdsFraction =

@@ -63,7 +63,6 @@ const Case kRules[] = {
     {{2023, 1, 1, 0, 0, kNaN}, TAI, ""},    // a NaN second passes, on purpose
     // The model starts with UTC's leap seconds: only TAI's first ten seconds of 1972 are refused.
     {{1971, 12, 31, 23, 59, 59}, TAI, "", "BadYearModelConfig"},
-    {{1971, 1, 1, 0, 0, 0}, UTC, "", "BadYearModelConfig"},
     {{1972, 1, 1, 0, 0, std::nextafter(kTolerance, 0.0)}, TAI, "", "BadTAIModelConfig"},
     {{1972, 1, 1, 0, 0, kTolerance}, TAI, ""}, {{1972, 1, 1, 0, 0, 0}, UTC, ""},
     // The day is compared in 16 bits: 65537 is day 1, 65565 day 29.
@@ -80,8 +79,7 @@ static_assert(std::is_trivially_copyable_v<EpochTimeStruct>);
 TEST(DateTimeValidation,
      AllValidatorsReportTheFirstBrokenRuleAndConvertersRaiseIt) {
   for (const Case& c : kRules) {
-    SCOPED_TRACE(testing::PrintToString(c.cal) + " ts " +
-                 std::to_string(int(c.ts)));
+    SCOPED_TRACE(testing::PrintToString(c.cal) + std::to_string(int(c.ts)));
     const char* restrictive = c.restrictiveId ? c.restrictiveId : c.id;
     const long before = kvtest::allocations.load();
     const kvsvDiagnostic d = DTU::validateDateTime(c.cal, c.ts);
