@@ -192,7 +192,7 @@ inline bool fitsUnsigned128(UInt128 v, int bits) noexcept {
 
 // Rounds s, |s| < 2^62, to an integer by the rounding code. The truncation
 // and the remainder s - t are both exact for such s, so the ties are seen
-// exactly; pinned by DataValueOracle.EveryOperationRoundsOnceWithoutAllocating.
+// exactly; pinned by DataValueRounding.EveryCodeAtAndBesideTies.
 inline std::int64_t roundScaled(double s, int rounding) noexcept {
   const std::int64_t t = static_cast<std::int64_t>(s);
   const double f = s - static_cast<double>(t);  // (-1, 1), same sign as s

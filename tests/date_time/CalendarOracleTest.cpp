@@ -125,12 +125,10 @@ TEST(CalendarOracle, RandomReadingsAndCountsAgreeWithThreeCalendars) {
       const bpt::ptime p = epoch1958 + bpt::seconds(far.wholePart);
       const auto ymd = p.date().year_month_day();
       const bpt::time_duration tod = p.time_of_day();
-      theirs = {double(ymd.year),
-                double(ymd.month.as_number()),
-                double(ymd.day.as_number()),
-                double(tod.hours()),
-                double(tod.minutes()),
-                tod.seconds() + 0.25};
+      theirs = kvtest::handFilled(ymd.year, ymd.month.as_number(),
+                                  ymd.day.as_number(), tod.hours(),
+                                  tod.minutes(), tod.seconds() + 0.25)
+                   .toArray();
     } catch (const boost::gregorian::bad_year&) {
       theirId = "BadYear";
     }

@@ -52,6 +52,7 @@ const Case kRules[] = {
     {{1399, 1, 1, 0, 0, 0}, TAI, "BadYear"},        {{10000, 1, 1, 0, 0, 0}, TAI, "BadYear"},
     {{kInf, 1, 1, 0, 0, 0}, TAI, "BadYear"},        {{2023, 13, 1, 24, 0, 0}, TAI, "BadMonth"},
     {{2023, 1, 1, 24, 0, 0}, TAI, "BadHour"},       {{2023, 1, 1, 0.5, 0, 0}, TAI, "BadHour"},
+    {{2023, kNaN, 1, 0, 0, 0}, TAI, "BadMonth"},    {{2023, 1, 1, 0, -kInf, 0}, TAI, "BadMinute"},
     {{2023, 1, 1, 0, 60, 0}, TAI, "BadMinute"},     {{2023, 1, 1, 0, 0, -0.001}, TAI, "BadSecond"},
     {{2016, 12, 31, 23, 59, 60}, TT, "BadSecond"},  {{2016, 12, 31, 23, 59, 60}, TimeStandard(7), "BadSecond"},
     {{2016, 12, 31, 23, 59, 60.999}, UTC, ""},      {{2015, 6, 30, 23, 59, 60.5}, UTC, ""},
@@ -62,7 +63,6 @@ const Case kRules[] = {
     {{2023, 1, 1, 0, 0, kNaN}, TAI, ""},    // a NaN second passes, on purpose
     // The model starts with UTC's leap seconds: only TAI's first ten seconds of 1972 are refused.
     {{1971, 12, 31, 23, 59, 59}, TAI, "", "BadYearModelConfig"},
-    {{1971, 1, 1, 0, 0, 0}, UTC, "", "BadYearModelConfig"},
     {{1972, 1, 1, 0, 0, std::nextafter(kTolerance, 0.0)}, TAI, "", "BadTAIModelConfig"},
     {{1972, 1, 1, 0, 0, kTolerance}, TAI, ""}, {{1972, 1, 1, 0, 0, 0}, UTC, ""},
     // The day is compared in 16 bits: 65537 is day 1, 65565 day 29.
@@ -73,24 +73,13 @@ const Case kRules[] = {
 static_assert(std::is_trivially_copyable_v<DateTimeStruct>);
 static_assert(std::is_trivially_copyable_v<EpochTimeStruct>);
 
-// The record's constructor skips the empty record (a NaN is not zero),
-// judges the date before the time, the time under UTC rules, and neither the
-// leap second's position nor the year range.
-TEST(CalendarRecord, ConstructionThrowsTheFirstProblemDateBeforeTime) {
-  // clang-format off
-  const std::pair<Cal, const char*> cases[] = {
-      {{0, 0, 0, 0, 0, 0}, ""}, {{0, 0, 0, 0, 0, kNaN}, "BadMonth"}, {{2024, 13, 1, 25, 0, 0}, "BadMonth"},
-      {{2024, 1, 1, 0, 0, 61}, "BadSecondUTC"}, {{2024, 1, 1, 0, 0, 60.5}, ""}, {{1300, 1, 1, 0, 0, 0}, ""}};
-  // clang-format on
-  for (const auto& [values, id] : cases)
-    EXPECT_EQ(thrownId([&] { DateTimeStruct r(values); }), id) << id;
-}
-
+// (The record's own constructor, which skips the empty record and judges
+// the date, then the time under UTC rules, is held to the validators by
+// fuzz/calendar_fuzz.cpp for any six doubles.)
 TEST(DateTimeValidation,
      AllValidatorsReportTheFirstBrokenRuleAndConvertersRaiseIt) {
   for (const Case& c : kRules) {
-    SCOPED_TRACE(testing::PrintToString(c.cal) + " ts " +
-                 std::to_string(int(c.ts)));
+    SCOPED_TRACE(testing::PrintToString(c.cal) + std::to_string(int(c.ts)));
     const char* restrictive = c.restrictiveId ? c.restrictiveId : c.id;
     const long before = kvtest::allocations.load();
     const kvsvDiagnostic d = DTU::validateDateTime(c.cal, c.ts);
@@ -98,9 +87,6 @@ TEST(DateTimeValidation,
     EXPECT_EQ(kvtest::allocations.load() == before, d == nullptr);
     EXPECT_EQ(idOf(d), c.id);
     EXPECT_EQ(idOf(DTU::validateDateTimeRestrictive(c.cal, c.ts)), restrictive);
-    if (c.ts == TAI) {
-      EXPECT_EQ(idOf(DTU::validateModelDateTime(c.cal)), restrictive);
-    }
     const long mark = kvtest::allocations.load();
     EXPECT_EQ(thrownId([&] {
                 DTU::calendarToEpochTime(raw(c.cal), Epoch::Epoch1970, c.ts);
@@ -133,33 +119,17 @@ TEST(DateValidation, DayIsComparedInSixteenBits) {
   EXPECT_EQ(DTU::calendarTimeToDayOfYear(march0), 60);
 }
 
-// Offsets between valid epochs are held to the calendar by the epoch
-// converters' tests; here the refusals, and which epochs count days.
-TEST(EpochOffsets, RefuseUnknownOrEqualEpochs) {
-  for (auto [a, b] : {std::pair{0, 0}, {3, 3}, {6, 0}, {0, -1}})
-    EXPECT_EQ(thrownId([&] { DTU::getEpochOffset(Epoch(a), Epoch(b), UTC); }),
-              "map::at");
-  // INT32_MIN overflowed the old signed subtraction (UBSan catches it).
-  for (int e : {INT32_MIN, -1, 2, 3, 5, 6, INT32_MAX})
-    EXPECT_EQ(DTU::isJulianCompatibleEpoch(Epoch(e)), e >= 3 && e <= 5) << e;
-}
-
+// (23:59:60.x counts like the next midnight's 00:00:00.x:
+// fuzz/calendar_fuzz.cpp holds every reading, leap seconds included, to
+// std::chrono's day count.)
 TEST(EpochTime, QuirksTheSweepsCannotReach) {
-  // 23:59:60.5 counts like the next midnight's 00:00:00.5.
-  EXPECT_EQ(
-      DTU::calendarToEpochTime(DateTimeStruct({2016, 12, 31, 23, 59, 60.5}),
-                               Epoch::Epoch1970, UTC),
-      (EpochTimeStruct{1483228800, 0.5}));
   // A NaN second is let through; its whole part counts as 0.
   const EpochTimeStruct nan = DTU::calendarToEpochTime(
       raw({1970, 1, 1, 0, 1, kNaN}), Epoch::Epoch1970, UTC);
   EXPECT_TRUE(nan.wholePart == 60 && std::isnan(nan.fractionalPart));
-  // Counts whose day arithmetic would overflow are refused up front.
-  for (std::int64_t whole : {INT64_MAX, INT64_MIN})
-    EXPECT_EQ(thrownId([&] {
-                DTU::epochTimeToCalendar({whole, 0}, Epoch::Epoch1958, UTC);
-              }),
-              "BadYear");
+  // (Counts whose day arithmetic would overflow, INT64_MAX and INT64_MIN
+  // among them, are refused as BadYear: fuzz/calendar_fuzz.cpp reads any
+  // 64-bit count back under the sanitizers.)
 }
 
 TEST(JulianDate, FailsThroughItsFinalValidation) {
@@ -170,7 +140,8 @@ TEST(JulianDate, FailsThroughItsFinalValidation) {
   // Late on 28 February 1700 the century quirk yields 29 February 1700.
   // clang-format off
   const std::pair<double, const char*> rows[] = {{2342031.25, "BadDayOfMonth"},
-      {2232399.0, "BadYear"}, {5373484.5, "BadYear"}, {kNaN, "BadYear"}, {kInf, "BadYear"}};
+      {2232399.0, "BadYear"}, {5373484.5, "BadYear"}, {kNaN, "BadYear"}, {kInf, "BadYear"},
+      {std::numeric_limits<double>::max(), "BadMonth"}};  // its month is checked first
   // clang-format on
   for (auto [jd, id] : rows)
     EXPECT_EQ(
@@ -179,11 +150,12 @@ TEST(JulianDate, FailsThroughItsFinalValidation) {
         << jd;
 }
 
-TEST(DayOfWeekAndYear, AnyWholeYearAndSecondsSinceSunday) {
-  // -1-01-01 was a Saturday; -400-03-01 a Thursday, day 61 of a leap year.
-  EXPECT_EQ(DTU::calendarTimeToDayOfWeek(raw({-1, 1, 1, 0, 0, 0})), 6);
-  EXPECT_EQ(DTU::calendarTimeToDayOfWeek(raw({-400, 3, 1, 0, 0, 0})), 4);
-  EXPECT_EQ(DTU::calendarTimeToDayOfYear(raw({-400, 3, 1, 0, 0, 0})), 61);
+// Days of week and year of any real date, years below 1 included, are held
+// to std::chrono by fuzz/calendar_fuzz.cpp; here each epoch's distance from
+// the Sunday before it, in each standard. Stray epochs read 0; INT32_MIN
+// overflowed isJulianCompatibleEpoch's old signed subtraction, which the
+// sanitizer build catches.
+TEST(DayOfWeek, SecondsSinceSundayMidnight) {
   // clang-format off
   const std::tuple<Epoch, TimeStandard, double> rows[] = {
       {Epoch::Epoch1970, UTC, 345600.0}, {Epoch::Epoch1970, TAI, 345610.0},

@@ -19,7 +19,6 @@ TEST(LeapSecondTable, YearMapsGiveTheDocumentedContainers) {
     std::size_t positive, negative;
   } cases[] = {
       // clang-format off
-      {{}, s64, {}, {}, 0, 0},
       {{{1980, {0, 0}}}, s64, {}, {}, 0, 0},
       {{{1990, {1, 0}}, {1991, {-1, 1}}}, s64, {1, 0, 1}, {0, 0, 0}, 2, 1},
       {{{1990, {-1, 0}}}, s64, {-1}, {-1}, 0, 1},

@@ -22,11 +22,10 @@ TEST(LeapSecondPruning, PrunedTableConvertsLikeTheFullOneAfterTheStart) {
     kvtest::UtcReading start;
     std::int32_t base;
     std::size_t entries, positiveStarts;
-    bool converts;
-  } starts[] = {{{1971, 1, 1, 0}, 0, 27, 27, true},
-                {{1985, 7, 1, 0.5}, 13, 14, 14, true},
-                {{2016, 12, 31, 86400.5}, 27, 1, 0, true},
-                {{1972, 6, 30, 86400.25}, 1, 27, 26, true}};
+  } starts[] = {{{1971, 1, 1, 0}, 0, 27, 27},
+                {{1985, 7, 1, 0.5}, 13, 14, 14},
+                {{2016, 12, 31, 86400.5}, 27, 1, 0},
+                {{1972, 6, 30, 86400.25}, 1, 27, 26}};
   for (Epoch e : kvtest::kAllEpochs)
     for (const kvtest::Storage& s : kvtest::storagesFor(e)) {
       SCOPED_TRACE(testing::Message() << static_cast<int>(e) << ' ' << s.name);
@@ -43,20 +42,19 @@ TEST(LeapSecondPruning, PrunedTableConvertsLikeTheFullOneAfterTheStart) {
           EXPECT_EQ(p.baseLeapSecondCount, c.base) << c.start.year;
           EXPECT_EQ(p.utcInstants.size(), c.entries);
           EXPECT_EQ(p.positiveLeapSecondStarts.size(), c.positiveStarts);
-          if (utcStart.isLeapSecond && c.converts) {
+          if (utcStart.isLeapSecond) {
             const DateTime rest(
                 kvtest::UtcReading{c.start.year, c.start.month, c.start.day,
                                    (c.start.secondOfDay + 86401) / 2}
                     .calendar(),
                 e, TimeStandard::UTC, s.type);
-            EXPECT_NEAR(
-                DateTime::subtract(convert(rest, TimeStandard::TAI, p),
-                                   convert(rest, TimeStandard::TAI, full), kvtest::mc),
-                DateTimeUtilities::secondsToTimeShift(1.0, e),
-                s.toleranceSeconds + 1e-9);
+            EXPECT_NEAR(DateTime::subtract(
+                            convert(rest, TimeStandard::TAI, p),
+                            convert(rest, TimeStandard::TAI, full), kvtest::mc),
+                        DateTimeUtilities::secondsToTimeShift(1.0, e),
+                        s.toleranceSeconds + 1e-9);
           }
           for (const kvtest::UtcReading& r : grid) {
-            if (!c.converts) break;
             if ((s.wholeSecondsOnly && !r.wholeSecond()) ||
                 (kvtest::dayEpoch(e) && kvtest::justAfterLeapMidnight(r)))
               continue;
@@ -74,6 +72,21 @@ TEST(LeapSecondPruning, PrunedTableConvertsLikeTheFullOneAfterTheStart) {
         }
       }
     }
+}
+
+// Just below 2^33 s the TAI value of a double start rounds down across the
+// power of two: TAI - UTC is 27 s less 2^-20, and the base count, truncated,
+// is 26.
+TEST(LeapSecondPruning, BaseCountIsTruncatedTowardZero) {
+  const FXP::DataType type = FXP::DataType::doubleT();
+  const DateTime start(
+      {FXP::DataValue::fromDouble(type, 0x1p33 - 10 + 0x1p-20, {})},
+      Epoch::Epoch1958, TimeStandard::UTC);
+  EXPECT_EQ(
+      LeapSecondUtilities::pruneLeapSecondTableData(
+          LeapSecondTableDataCreator::build(Epoch::Epoch1958, type), start)
+          .baseLeapSecondCount,
+      26);
 }
 
 }  // namespace

@@ -23,8 +23,8 @@ DateTime at(const UtcReading& r, Epoch e, const FXP::DataType& type) {
 // Against ERFA every 11 hours 1972-2030 and around every leap second, in
 // every epoch and storage: the count (in day epochs the old one in the first
 // 50 us after a step whose 23:59:59 + 1 s rounds past midnight); TT 32.184 s
-// after TAI in day epochs and equal to it in second epochs; the same result
-// with one forward cursor as without; UTC back; and no allocation.
+// after TAI in day epochs and equal to it in second epochs; UTC back; and no
+// allocation. (That a cursor changes no result is fuzz/datetime_fuzz.cpp's.)
 TEST(UtcToTai, MatchesErfaInEveryEpochAndStorage) {
   const std::vector<UtcReading> grid = kvtest::utcGrid(11);
   for (Epoch e : kvtest::kAllEpochs)
@@ -48,7 +48,6 @@ TEST(UtcToTai, MatchesErfaInEveryEpochAndStorage) {
         ASSERT_NEAR(leapCount(tai, utc), expected, s.toleranceSeconds)
             << r.year << '-' << r.month << '-' << r.day << " +"
             << r.secondOfDay;
-        ASSERT_EQ(convert(utc, TS::TAI, t).value, tai.value);
         ASSERT_NEAR(secondsBetween(convert(utc, TS::TT, t), tai),
                     kvtest::dayEpoch(e) ? 32.184 : 0, s.toleranceSeconds);
         // The TAI side rounds 23:59:59 + 2 s alike: no round trip there.
@@ -86,12 +85,6 @@ TEST(UtcToTai, InsertedSecondMapsBetweenTheOffsetsAndBack) {
                     s.toleranceSeconds);
         EXPECT_NEAR(secondsBetween(tai, convert(last, TS::TAI, t)), 1,
                     s.toleranceSeconds);
-        // The table's own record of where the inserted second starts.
-        const auto after = t.positiveLeapSecondStarts.upper_bound(tai.value);
-        ASSERT_NE(after, t.positiveLeapSecondStarts.begin());
-        const DateTime start({*std::prev(after)}, e, TS::TAI);
-        EXPECT_NEAR(secondsBetween(tai, start), 0.5,
-                    std::max(s.toleranceSeconds, 1e-4));
         std::uint32_t cursor = 0;
         for (int pass = 0; pass < 2; ++pass) {
           const DateTime back = convert(tai, TS::UTC, t, &cursor);

@@ -2,8 +2,7 @@
 
 // Exact reference results for the fixed-point tests: values as
 // Boost.Multiprecision rationals, rounded into a type by the textbook
-// definitions, independently of the library's guard/sticky machinery; and a
-// generator of random types and values.
+// definitions, independently of the library's guard/sticky machinery.
 
 #include <algorithm>
 #include <array>
@@ -13,7 +12,6 @@
 #include <cmath>
 #include <cstdint>
 #include <ostream>
-#include <random>
 
 #include "host/fxp/FXP.hpp"
 
@@ -125,73 +123,5 @@ inline Rounded roundInto(const Rational& x, const FXP::DataType& t,
   if (q < lo) q += m;  // wrapped below, as % truncates
   return {times2({q}, -t.fractionLength()), overflow};
 }
-
-// Little-endian 128-bit two's complement of s.
-inline std::array<unsigned char, 16> bytesOf(cpp_int s) {
-  if (s < 0) s += cpp_int(1) << 128;
-  std::array<unsigned char, 16> b{};
-  for (int i = 0; i < 16; ++i)
-    b[i] = static_cast<unsigned char>(s >> 8 * i & 0xFF);
-  return b;
-}
-
-// Random types and values that favour the places where rounding and range
-// decisions flip: boundaries, ties at the type's ulp, tiny and huge doubles.
-struct Generator {
-  std::mt19937_64 rng;
-
-  int uniform(int lo, int hi) {
-    return std::uniform_int_distribution<int>(lo, hi)(rng);
-  }
-
-  FXP::DataType type(int doublePercent = 12) {
-    if (uniform(1, 100) <= doublePercent) return FXP::DataType::doubleT();
-    static constexpr int kCommon[] = {1,  2,  7,  8,  16, 31,  32, 33,
-                                      53, 63, 64, 65, 96, 127, 128};
-    const int w = uniform(0, 1) ? uniform(1, 128) : kCommon[uniform(0, 14)];
-    const int f = uniform(0, 2) ? std::clamp(uniform(-8, w + 8), -128, 256)
-                                : uniform(-128, 256);
-    return FXP::DataType::fixedT(uniform(0, 1) != 0, w, f);
-  }
-
-  FXP::MathMode mode() { return FXP::MathMode(uniform(0, 5), uniform(0, 1)); }
-
-  double realDouble(int minExp = -80, int maxExp = 80) {
-    static constexpr double kEdgeDoubles[] = {
-        0.0,      -0.0,    1.0,          -1.0,          0.5,     -0.5,
-        1.5,      -2.5,    DBL_MAX,      -DBL_MAX,      DBL_MIN, 0x1p127,
-        -0x1p127, 0x1p128, DBL_TRUE_MIN, -DBL_TRUE_MIN, 0x1p64,  -0x1p63};
-    const int kind = uniform(1, 9);
-    if (kind == 1) return kEdgeDoubles[uniform(0, 17)];
-    const double sign = uniform(0, 1) ? 1 : -1;
-    if (kind == 2) {  // a tie or near-tie at a random binary position
-      const double m = static_cast<double>(rng() >> uniform(11, 62));
-      return sign * std::ldexp(m + uniform(-1, 1) / 2.0, uniform(-60, 40));
-    }
-    const double m = sign * std::ldexp(static_cast<double>(rng() >> 11), -53);
-    if (kind == 3) return std::ldexp(m, uniform(-1074, 1023));  // anywhere
-    return std::ldexp(m, uniform(minExp, maxExp));
-  }
-
-  // A stored integer of the fixed-point type t: random bits anywhere in the
-  // range or at a random magnitude, an end of the range or next to it, tiny
-  // or small.
-  cpp_int stored(const FXP::DataType& t) {
-    const cpp_int lo = minStored(t), hi = maxStored(t);
-    const int kind = uniform(0, 4);
-    cpp_int s = lo + (cpp_int(rng()) << 64 | rng()) % (hi - lo + 1);
-    if (kind <= 1) s = s >> uniform(0, 127);
-    if (kind == 2) s = (uniform(0, 1) ? lo : hi) + uniform(-1, 1);
-    if (kind == 3) s = uniform(-1000, 1000) >> uniform(0, 10);  // small, tiny
-    return std::clamp(s, lo, hi);
-  }
-
-  // A random value of type t, built from its compact bytes.
-  FXP::DataValue value(const FXP::DataType& t) {
-    const cpp_int s =
-        t.isDouble() ? std::bit_cast<std::uint64_t>(realDouble()) : stored(t);
-    return FXP::DataValue::fromCompact(t, bytesOf(s).data());
-  }
-};
 
 }  // namespace fxptest
