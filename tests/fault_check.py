@@ -4,8 +4,8 @@ against each, to show that the tests catch them. Each fault replaces one
 source line; the file is restored with `git checkout` afterwards, whatever
 happens. Never commit while it runs.
 
-usage: tools/fault_check.py [BUILD_DIR] [FAULT_NAME...]
-  BUILD_DIR defaults to build/rel (configured already). Prints one line per
+usage: tests/fault_check.py [BUILD_DIR] [FAULT_NAME...]
+  BUILD_DIR defaults to build/release (configured already). Prints one line per
   fault: caught (with the first failing tests), caught by the build, or
   MISSED; exits 1 if any fault was missed.
 """
@@ -105,7 +105,7 @@ def check(build, fault):
 
 
 def main():
-    build = sys.argv[1] if len(sys.argv) > 1 else "build/rel"
+    build = sys.argv[1] if len(sys.argv) > 1 else "build/release"
     only = set(sys.argv[2:])
     if run(["git", "diff", "--quiet", "--", "date_time", "host"]).returncode:
         sys.exit("date_time/ or host/ has uncommitted changes: not planting")
