@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 #include "date_time/StorageTypeName.hpp"
@@ -63,7 +64,6 @@ struct StoredIn {
 
   template <typename F>
   decltype(auto) forLayout(F&& f) const {
-    using C = std::integral_constant<Layout, Layout::Double>;
     switch (layout) {
       case Layout::Int64:
         return f(std::integral_constant<Layout, Layout::Int64>{});
@@ -74,7 +74,7 @@ struct StoredIn {
       case Layout::Double:
         break;
     }
-    return f(C{});
+    return f(std::integral_constant<Layout, Layout::Double>{});
   }
 };
 
