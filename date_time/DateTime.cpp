@@ -134,26 +134,6 @@ double belowOne(double fraction) {
   return fraction < kLast ? fraction : kLast;
 }
 
-// Whether floor(value) fits the 64-bit whole part of the split. A count
-// beyond it (2^63 s is some 2.9e11 years) lies far outside the calendar's
-// years, but the split would wrap it back near the epoch and read it as a
-// valid date; such a count is out of range, not a date.
-bool splitKeepsWholePart(const FXP::DataValue& value) {
-  const FXP::DataType& type = value.getDataType();
-  if (type.isDouble()) {
-    const double d = value.toDouble();
-    return d >= -0x1p63 && d < 0x1p63;
-  }
-  const int integerBits = type.wordLength() - type.fractionLength();
-  if (integerBits <= (type.isSigned() ? 64 : 63)) return true;
-  // Comparisons are exact across types; both bounds are exact doubles.
-  static const FXP::DataValue kBelow = FXP::DataValue::fromDouble(
-      FXP::DataType::doubleT(), -0x1p63, FXP::MathMode());
-  static const FXP::DataValue kAbove = FXP::DataValue::fromDouble(
-      FXP::DataType::doubleT(), 0x1p63, FXP::MathMode());
-  return kBelow <= value && value < kAbove;
-}
-
 // The double split's fast path: where the value's step is at least 2^-64
 // nothing is floored away on the way to 64 fraction bits, and the rest, exact
 // on that grid, is then rounded once to a double either way. False for the
@@ -203,17 +183,13 @@ EpochTimeStruct DateTime::splitStorageValue(const FXP::DataValue& value) {
 
 namespace {
 
-// The split a calendar reading starts from; "BadYear" where its whole part
-// would not fit. A model's clock in double storage takes the first branch,
-// with no type dispatch on the way.
+// The split a calendar reading starts from. A model's clock in double
+// storage takes the first branch, with no type dispatch on the way.
 EpochTimeStruct calendarSplit(const FXP::DataValue& value) {
   EpochTimeStruct split;
   if (value.getDataType().isDouble() &&
       splitOrdinaryDouble(value.toDouble(), split)) {
     return split;
-  }
-  if (!splitKeepsWholePart(value)) {
-    kvsvThrowIException(Korvane::DateTime::BadYear());
   }
   return DateTime::splitStorageValue(value);
 }
@@ -300,21 +276,11 @@ bool DateTime::addWithOverflowCheck(double seconds, FXP::MathControl& control) {
 void DateTime::addGeneral(bool back, double magnitude,
                           FXP::MathControl& control) {
   const FXP::DataType& type = value.getDataType();
-  // fromDouble has no logger, so a shift the type cannot hold would saturate
-  // unheard and the sum might still fit (0 + infinity in an unsigned type
-  // ends at its top without an overflow). A finite shift is therefore made
-  // by a conversion under the control, which gives the same value and is
-  // heard; an infinite one overflows every type.
-  FXP::DataValue step;
-  if (std::isfinite(magnitude)) {
-    step = FXP::DataValue::fromDouble(FXP::DataType::doubleT(), magnitude,
-                                      control.getMathMode())
-               .convert(type, control);
-  } else {
-    step = FXP::DataValue::fromDouble(type, magnitude, control.getMathMode());
-    if (!std::isnan(magnitude) && control.getMathLogger() != nullptr)
-      control.getMathLogger()->logOverflow();
-  }
+  // The shift is brought into the type by the mode alone: a magnitude the
+  // type cannot hold saturates or wraps there unheard, and only the sum
+  // below reports to the control's logger.
+  const FXP::DataValue step =
+      FXP::DataValue::fromDouble(type, magnitude, control.getMathMode());
   value =
       back ? value.minus(type, step, control) : value.add(type, step, control);
 }

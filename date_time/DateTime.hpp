@@ -52,9 +52,14 @@ class KVDT_EXPORT DateTime : public DvLs {
   // The inverse. A set flag outside UTC throws
   // "Korvane:DateTime:BadLeapSecondBoolTimeStandard"; a set flag on a UTC
   // reading that is not 23:59:59.x of 30 June or 31 December throws
-  // "Korvane:DateTime:BadLeapSecondBoolTimestamp". A second-epoch count
-  // whose floor does not fit 64 bits throws "Korvane:DateTime:BadYear": it
-  // lies far beyond year 9999, where the split alone would wrap it.
+  // "Korvane:DateTime:BadLeapSecondBoolTimestamp".
+  // Hazard, kept on purpose: a second-epoch count is read through
+  // splitStorageValue, whose whole part wraps to 64 bits. An unsigned
+  // 64-bit count above 2^63 reads as the date before the epoch that the
+  // constructor wrapped into it (1957 since 1970 in uint64 comes back as
+  // 1957), and a 128-bit count beyond 2^63 s reads as a date near the
+  // epoch rather than failing. The convenience clock (Clock.hpp) refuses
+  // such a count.
   static DateTimeStruct convertDVToDateTimeStruct(const DvLs& valueAndFlag,
                                                   Epoch epoch, TimeStandard ts);
   DateTimeStruct toDateTimeStruct() const;
@@ -88,9 +93,14 @@ class KVDT_EXPORT DateTime : public DvLs {
   // Moves the value by `seconds` (days/86400 for day epochs) in its own
   // storage type under `control`. A negative shift is converted as a
   // magnitude and subtracted, so unsigned storage can move backwards.
-  // A shift the type cannot hold, an infinite one included, overflows like
-  // a sum that leaves the type: the control's logger hears of it. A NaN
-  // shift moves nothing. Flag, epoch and standard are unchanged.
+  // Flag, epoch and standard are unchanged.
+  // Hazard, kept on purpose: the shift is brought into the storage type by
+  // the control's mode alone, which neither logs nor raises. A shift the
+  // type cannot hold saturates or wraps there unheard (2^40 s into int32
+  // wraps to 0 under a wrapping mode), and only the sum that follows is
+  // reported, so addWithOverflowCheck can return false after such a step.
+  // An infinite shift saturates like any other; a NaN one is 0.
+  // The convenience clock (Clock.hpp) refuses a shift its type cannot hold.
   // Inline: a model steps its clock with this, and the fixed-point fast path
   // is inline too.
   void add(double seconds, FXP::MathControl& control) {

@@ -8,20 +8,17 @@ namespace {
 
 constexpr double kSecondsPerDay = 86400.0;
 
-// A constant in `type`: the value fromDouble gives under the control's mode,
-// but made by a conversion under the control itself, so that a constant the
-// type cannot hold (a negative offset in unsigned storage, 86400 in a type
-// with few integer bits) is reported to the control's logger like any
-// other overflow instead of saturating unheard. A double converts exactly.
+// The offset and the day length enter their types by the control's mode
+// alone, outside the control: one that the type cannot hold (a negative
+// offset in unsigned storage, 86400 in a type with few integer bits)
+// saturates or wraps unheard, and the logger hears only the arithmetic.
 FXP::DataValue constantIn(const FXP::DataType& type, double x,
-                          FXP::MathControl& control) {
-  return FXP::DataValue::fromDouble(FXP::DataType::doubleT(), x,
-                                    control.getMathMode())
-      .convert(type, control);
+                          const FXP::MathControl& control) {
+  return FXP::DataValue::fromDouble(type, x, control.getMathMode());
 }
 
 FXP::DataValue offsetIn(const FXP::DataType& type, Epoch from, Epoch to,
-                        TimeStandard ts, FXP::MathControl& control) {
+                        TimeStandard ts, const FXP::MathControl& control) {
   return constantIn(type, DateTimeUtilities::getEpochOffset(from, to, ts),
                     control);
 }
@@ -94,9 +91,8 @@ FXP::DataValue DateTimeConverterSec2JD::convertEpochImpl(
     const FXP::DataValue& value, Epoch from, Epoch to, TimeStandard ts,
     const FXP::DataType& targetType, FXP::MathControl& control) const {
   const FXP::DataType d = FXP::DataType::doubleT();
-  const FXP::DataValue days = value.divideBy(
-      d, FXP::DataValue::fromDouble(d, kSecondsPerDay, control.getMathMode()),
-      control);
+  const FXP::DataValue days =
+      value.divideBy(d, constantIn(d, kSecondsPerDay, control), control);
   return days.add(targetType, offsetIn(targetType, from, to, ts, control),
                   control);
 }

@@ -33,11 +33,14 @@ class KVDT_EXPORT DateTimeConverter {
 
   // `value` counted from `from`, counted from `to` in `targetType`, rounded
   // and overflowed as `control` says. A move between the families adds the
-  // offset on the day side. Where the offset or the day length enters the
-  // target type, one that does not fit it saturates or wraps by the
-  // control's mode and is reported to the control's logger. Throws
-  // std::out_of_range("map::at") for an epoch outside the enumeration, and what
-  // the arithmetic throws.
+  // offset on the day side. Throws std::out_of_range("map::at") for an epoch
+  // outside the enumeration, and what the arithmetic throws.
+  // Hazard, kept on purpose: the offset and the day length are brought into
+  // their types by the control's mode alone, outside the control. One that
+  // the type cannot hold (a negative offset in unsigned storage, 86400 in a
+  // type with few integer bits) saturates or wraps unheard; the control's
+  // logger hears only the add, multiply, divide and convert steps, so a
+  // silent logger does not prove the offset arrived whole.
   virtual FXP::DataValue convertEpochImpl(const FXP::DataValue& value,
                                           Epoch from, Epoch to, TimeStandard ts,
                                           const FXP::DataType& targetType,

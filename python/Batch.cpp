@@ -194,7 +194,7 @@ Outcome toCalendarLoop(const StoredIn& in, const bool* flags, Epoch epoch,
   std::size_t i = 0;
   try {
     for (; i < in.size; ++i) {
-      const DateTimeStruct c = DateTime::convertDVToDateTimeStruct(
+      const DateTimeStruct c = readBack(
           DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
       double* row = out + 6 * i;
       row[0] = c.year;
@@ -285,7 +285,7 @@ Outcome formatLoop(const StoredIn& in, const bool* flags, Epoch epoch,
   std::size_t i = 0;
   try {
     for (; i < in.size; ++i) {
-      const DateTimeStruct c = DateTime::convertDVToDateTimeStruct(
+      const DateTimeStruct c = readBack(
           DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
       out.push_back(
           KvDateTime::DateTimeStructFormatter(c, ts).getFormattedStr(pattern));

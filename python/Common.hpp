@@ -70,6 +70,13 @@ inline FXP::DataValue storedFromDouble(double value) {
   return FXP::DataValue::fromDouble(FXP::DataType::doubleT(), value, {});
 }
 
+// The calendar reading of a stored value, refusing with "BadYear" a
+// second-epoch count whose floor does not fit 64 bits: the library's
+// read-back wraps such a count to a date near the epoch, which a Python
+// user must not be handed as the answer.
+KvDateTime::DateTimeStruct readBack(const KvDateTime::DvLs& value, Epoch epoch,
+                                    TimeStandard ts);
+
 // A leap-second schedule, the library's own or one read from a
 // leap-seconds.list text. The library's tables are built per epoch and
 // storage type; this keeps each one built, so a batch pays for it once.

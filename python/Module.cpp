@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "date_time/StorageTypeName.hpp"
+#include "date_time/diagnostics/Raise.hpp"
 #include "python/Common.hpp"
 
 namespace kvpy {
@@ -80,6 +81,25 @@ DateTimeStruct checkedReading(
   cal.minute = c[4];
   cal.second = c[5];
   return cal;
+}
+
+DateTimeStruct readBack(const KvDateTime::DvLs& value, Epoch epoch,
+                        TimeStandard ts) {
+  using KvDateTime::DateTime;
+  const FXP::DataValue& v = value.value;
+  const FXP::DataType& type = v.getDataType();
+  if (!KvDateTime::DateTimeUtilities::isJulianCompatibleEpoch(epoch) &&
+      (type.isDouble() ||
+       type.wordLength() - type.fractionLength() > (type.isSigned() ? 64 : 63))) {
+    // Comparisons are exact across types; both bounds are exact doubles.
+    static const FXP::DataValue kBelow = FXP::DataValue::fromDouble(
+        FXP::DataType::doubleT(), -0x1p63, FXP::MathMode());
+    static const FXP::DataValue kAbove = FXP::DataValue::fromDouble(
+        FXP::DataType::doubleT(), 0x1p63, FXP::MathMode());
+    if (!(kBelow <= v && v < kAbove))
+      kvsvThrowIException(Korvane::DateTime::BadYear());
+  }
+  return DateTime::convertDVToDateTimeStruct(value, epoch, ts);
 }
 
 std::u16string checkedPattern(const std::u16string& pattern) {

@@ -52,7 +52,7 @@ KvDateTime::DateTimeUtilities::CalendarValues readingArg(py::handle reading) {
 // A leap-second flag is checked where it is given, not at first use: only
 // UTC readings at 23:59:59.x of 30 June or 31 December may carry it.
 DateTime withFlag(DateTime dt) {
-  if (dt.isLeapSecond) (void)DateTime::convertDVToDateTimeStruct(dt, dt.epoch, dt.timeStandard);
+  if (dt.isLeapSecond) (void)readBack(dt, dt.epoch, dt.timeStandard);
   return dt;
 }
 
@@ -91,7 +91,7 @@ py::object stored(const DateTime& dt) {
 std::string render(const DateTime& dt, const std::u16string& pattern) {
   return resource_core::toUtf8(
       KvDateTime::DateTimeStructFormatter(
-          DateTime::convertDVToDateTimeStruct(dt, dt.epoch, dt.timeStandard), dt.timeStandard)
+          readBack(dt, dt.epoch, dt.timeStandard), dt.timeStandard)
           .getFormattedStr(pattern));
 }
 
@@ -191,7 +191,7 @@ void bindScalar(py::module_& m) {
       .def(
           "to_calendar",
           [](const DateTime& dt) {
-            const DateTimeStruct c = DateTime::convertDVToDateTimeStruct(dt, dt.epoch, dt.timeStandard);
+            const DateTimeStruct c = readBack(dt, dt.epoch, dt.timeStandard);
             return py::make_tuple(c.year, c.month, c.day, c.hour, c.minute,
                                   c.second);
           },

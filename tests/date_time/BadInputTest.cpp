@@ -6,7 +6,6 @@
 // constants beyond an epoch converter's target type, fuzz/datetime_fuzz.cpp's.
 #include <gtest/gtest.h>
 
-#include <cfloat>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
@@ -54,9 +53,9 @@ TEST(BadInput, EnumeratorsOutsideTheirRangeAreNamed) {
             DTU::calendarToEpochTime(kCal, E::Epoch1970, TS::TAI));
 }
 
-// Null bytes are refused and leave the time point as it was; an infinite
-// shift ends at the type's top and says so, even from the bottom of an
-// unsigned type, where the sum itself fits.
+// Null bytes are refused and leave the time point as it was. An infinite
+// shift enters the type by the mode alone and saturates there unheard; from
+// the bottom of the type the sum then fits, so no overflow is reported.
 TEST(BadInput, NullBytesAndInfiniteShifts) {
   for (const DataType type :
        {DataType::fixedT(false, 7, 0), DataType::fixedT(true, 100, 40)}) {
@@ -67,29 +66,74 @@ TEST(BadInput, NullBytesAndInfiniteShifts) {
     EXPECT_THROW(dt.toCompact(nullptr), std::invalid_argument);
     EXPECT_TRUE(dt.value == before.value && dt.isLeapSecond);
     MathControl control(MathMode{});
-    EXPECT_TRUE(dt.addWithOverflowCheck(kInf, control));
+    EXPECT_FALSE(dt.addWithOverflowCheck(kInf, control));
     control.setMathLogger(nullptr);  // the call's own logger is gone
     EXPECT_TRUE(dt.value == DataValue::fromDouble(type, kInf, MathMode{}));
     EXPECT_TRUE(dt.isLeapSecond);
   }
 }
 
-// The read-back split keeps 64 whole bits: a count beyond them is no date
-// and must not wrap back to one near the epoch.
-TEST(BadInput, CountBeyondSixtyFourBitsReadsAsBadYear) {
+// The read-back split floors into a signed 64-bit whole part and wraps:
+// a count beyond 64 bits reads as the date its low 64 bits give, and an
+// unsigned 64-bit count above 2^63 as the date before the epoch that the
+// constructor wrapped into it.
+TEST(BadInput, WholePartWrapsToSixtyFourBits) {
   const DataValue five = DataValue::fromDouble(kDouble, 5.0, MathMode{});
   const DataValue two64 = DataValue::fromDouble(kDouble, 0x1p64, MathMode{});
   MathControl c(MathMode{});
   const DataType s128 = DataType::fixedT(true, 128, 0);
-  const DataValue counts[] = {
-      two64.add(s128, five, c),
-      DataValue().minus(s128, two64, c).add(s128, five, c),
-      DataValue::fromDouble(kDouble, DBL_MAX, MathMode{})};
-  for (const DataValue& v : counts) {
+  for (const DataValue& v : {two64.add(s128, five, c),
+                             DataValue().minus(s128, two64, c).add(s128, five,
+                                                                   c)}) {
     const DateTime dt(DvLs{v, false}, E::Epoch1970, TS::UTC);
-    EXPECT_EQ(kvtest::thrownId([&] { dt.toDateTimeStruct(); }), "BadYear");
-    EXPECT_EQ(kvtest::idOf(DTU::validateDateTime(dt)), "BadYear");
+    EXPECT_EQ(dt.toDateTimeStruct(), handFilled(1970, 1, 1, 0, 0, 5));
+    EXPECT_EQ(kvtest::idOf(DTU::validateDateTime(dt)), "");
   }
+  // 1957-12-31 23:59:00 TAI lies 378691260 s of calendar before 1970, and
+  // the 1970 epoch itself 10 s into TAI's 1970-01-01.
+  const DataType u64 = DataType::fixedT(false, 64, 0);
+  const DateTimeStruct y1957 = handFilled(1957, 12, 31, 23, 59, 0);
+  const DateTime dt(y1957, E::Epoch1970, TS::TAI, u64);
+  std::uint64_t stored = 0;
+  dt.toCompact(&stored);
+  EXPECT_EQ(stored, std::uint64_t(0) - 378691270u);
+  EXPECT_EQ(dt.toDateTimeStruct(), y1957);
+  EXPECT_EQ(kvtest::idOf(DTU::validateDateTime(dt)), "");
+  EXPECT_EQ(kvtest::idOf(DTU::validateModelDateTime(dt)), "BadYearModelConfig");
+}
+
+// The shift enters the storage type by the mode alone, unheard; only the
+// sum can report. 2^40 s wraps to 0 in int32, and under saturation it
+// becomes the type's top, which a negative count absorbs.
+TEST(BadInput, ShiftTheTypeCannotHoldIsNotReported) {
+  const DataType s32 = DataType::fixedT(true, 32, 0);
+  const struct { MathMode mode; double start, expected; } rows[] = {
+      {MathMode(MathMode::kFloor, MathMode::kWrap), 100, 100},
+      {MathMode(MathMode::kNearestTiesUp, MathMode::kSaturate), -100,
+       2147483647.0 - 100}};
+  for (const auto& r : rows) {
+    DateTime dt(DvLs{DataValue::fromDouble(s32, r.start, MathMode{}), false},
+                E::Epoch1970, TS::TAI);
+    MathControl control(r.mode);
+    EXPECT_FALSE(dt.addWithOverflowCheck(0x1p40, control));
+    EXPECT_EQ(dt.value.toDouble(), r.expected);
+  }
+}
+
+// The offset enters the target type by the mode alone: JD to MJD subtracts
+// 2400000.5 days, which saturates to 0 in an unsigned type, so the count
+// arrives unmoved and the logger, which hears only the sum, stays silent.
+TEST(BadInput, ConverterOffsetSaturatesUnheard) {
+  const DataType u32 = DataType::fixedT(false, 32, 0);
+  const DataValue jd = DataValue::fromDouble(kDouble, 2451545.0, MathMode{});
+  MathControl control(MathMode{});
+  FixptRangeMath::FixptRangeMathLogger logger;
+  control.setMathLogger(&logger);
+  const DataValue mjd = DateTimeConverter::forEpochs(E::EpochJD, E::EpochMJD)
+                            .convertEpochImpl(jd, E::EpochJD, E::EpochMJD,
+                                              TS::TT, u32, control);
+  EXPECT_FALSE(logger.overflowOccurred());
+  EXPECT_EQ(mjd.toDouble(), 2451545.0);
 }
 
 // A refused conversion leaves the caller's cursor as it was, whichever step
