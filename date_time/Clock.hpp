@@ -1,0 +1,175 @@
+// A model's clock in one object, for programs that are not a host: a start
+// reading checked as the library checks it, a running time point stepped by
+// seconds, read and formatted in UTC, TAI, TT or TDB. It is made only of the
+// library's public operations (DateTime, the converters, the leap-second
+// table, the formatter) and changes none of them; a host that must compare
+// runs bit for bit keeps using those directly.
+//
+// Where the clock differs from the classes underneath, on purpose:
+// - Strict. A reading whose whole seconds do not fit the storage type, a
+//   UTC leap-second reading that the storage type rounds out of its leap
+//   second, a step that leaves the storage range and a reading that does
+//   not fit in the requested standard are errors, never a wrapped or
+//   saturated value.
+// - A UTC second of 60 is accepted only where the leap-second schedule
+//   inserts one (the validators judge the calendar position only).
+// - Real-world read-back (see reading()): outside a leap second the second
+//   is below 60 and inside one below 61, where the stored-value read-back
+//   can round a value a hair below the minute up to 60 (or 61).
+// - Rounded digits (see format()): fraction digits are rounded to the
+//   pattern's precision, with the carry into the next second, minute, day
+//   and so on, where the formatter cuts them. On a day that ends with an
+//   inserted second the carry from 23:59:59 goes to 23:59:60; inside a leap
+//   second it never goes past 23:59:60.999...: a label of second 61 does not
+//   exist, and the next day's 00:00:00 would be a different instant's label.
+// - The running value is kept in TAI, whatever the start's standard: a UTC
+//   count stands still for an inserted second, so a clock kept in UTC
+//   would step over 23:59:60.
+// - TDB exists in the library only for a double day count, so the clock
+//   reads it through days since J2000 in double with a table built for that
+//   (the clock's own epoch and type are not used for TDB).
+// - A start reading in TDB is refused: the library converts only toward
+//   TDB.
+//
+// Failures throw the host's IException: the library's own diagnostics
+// ("Korvane:DateTime:BadSecondUTC", "BadLeapSecond", ...) for bad readings
+// and these of the clock's:
+//   "BadReadingText" (text)              text not "YYYY-MM-DD HH:MM:SS[.f]"
+//   "ReadingOutOfStorageRange" (type)    the reading does not fit the type
+//   "LeapSecondLostInStorage" (type)     a leap second rounded out of itself
+//   "NoLeapSecondInserted"               second 60 on a day without one
+//   "StoredCountOutOfRange" (count, type) a count the type cannot hold
+//   "ClockStartInTDB"                    a start reading in TDB
+//   "BadClockStep" (shift)               a step that is NaN or infinite
+//   "ClockStepOverflow" (shift, type)    a step that leaves the type's range
+//   "ClockReadingOutOfRange" (standard, type)  the time in that standard
+//                                        does not fit the type
+// A storage type name StorageTypeName does not know throws
+// std::invalid_argument. A failed call leaves the clock as it was.
+//
+// Heap: the constructor builds the tables (and a text reading's parse
+// allocates nothing). step(), timePoint(), reading() and isLeapSecond()
+// allocate nothing. format() and formatUtf16() allocate their result and
+// what the formatter allocates: a copy of the pattern and its own 16-bit
+// result (format() converts that to UTF-8).
+//
+// Threads: step() changes the clock and needs the clock to itself. The
+// const members only read it (each uses a copy of the lookup cursor and its
+// own math control), so one clock may be read from several threads while
+// no thread steps it. Distinct clocks share nothing.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "date_time/DateTime.hpp"
+#include "date_time/DateTimeStruct.hpp"
+#include "date_time/Export.hpp"
+#include "date_time/LeapSecondTableData.hpp"
+#include "host/fxp/DataType.hpp"
+#include "host/typesys/DateTimeEnums.hpp"
+
+namespace KvDateTime {
+
+class KVDT_EXPORT Clock {
+ public:
+  // The start: a reading "YYYY-MM-DD HH:MM:SS[.fff]" (a 'T' may stand for
+  // the space; the second may be 60.x in UTC) or a record, read in
+  // `standard`, stored as a count from `epoch` in `type` (a type or its
+  // name, "s64:20", "double", see StorageTypeName). The start is made by
+  // timePointFrom() and so checked as it is; a start in TDB is refused.
+  Clock(std::string_view reading, TimeStandard standard, Epoch epoch,
+        const FXP::DataType& type);
+  Clock(std::string_view reading, TimeStandard standard, Epoch epoch,
+        std::string_view typeName);
+  Clock(const DateTimeStruct& reading, TimeStandard standard, Epoch epoch,
+        const FXP::DataType& type);
+  Clock(const DateTimeStruct& reading, TimeStandard standard, Epoch epoch,
+        std::string_view typeName);
+
+  // Moves the clock by `seconds` (negative moves it back), rounded to the
+  // storage type's resolution: steps of 0.1 s in a binary type are not
+  // exact, and in a double day count each step rounds to the double.
+  // Throws "BadClockStep" or "ClockStepOverflow" and leaves the clock
+  // unchanged. A forward step costs one leap-second comparison; a step back
+  // rescans the table from its start.
+  void step(double seconds);
+
+  // The clock's instant in `standard`: in the clock's epoch and type for
+  // TAI, TT and UTC (flag set inside an inserted second), in days since
+  // J2000 in double for TDB. Throws "ClockReadingOutOfRange".
+  DateTime timePoint(TimeStandard standard) const;
+  // The calendar reading of timePoint(standard), by reading() below.
+  DateTimeStruct reading(TimeStandard standard) const;
+  // Whether UTC is inside an inserted second (23:59:60.x) now.
+  bool isLeapSecond() const;
+
+  // The reading in `standard` rendered by `pattern` (the formatter's
+  // pattern language), with the fraction digits of the pattern's 'S' run
+  // rounded rather than cut (see the top of this file). A pattern without
+  // an 'S' run shows whole fields as the formatter does, truncated: a date
+  // alone must not move to the next day because its time rounds up. A bad
+  // pattern throws the formatter's diagnostic.
+  std::string format(
+      TimeStandard standard,
+      std::u16string_view pattern = u"yyyy-MM-dd HH:mm:ss.SSS t") const;
+  std::u16string formatUtf16(
+      TimeStandard standard,
+      std::u16string_view pattern = u"yyyy-MM-dd HH:mm:ss.SSS t") const;
+
+  Epoch epoch() const noexcept { return tai_.epoch; }
+  const FXP::DataType& storageType() const noexcept {
+    return tai_.value.getDataType();
+  }
+
+  // --- Checked time points, for every surface that reads a time from
+  // people (the clock itself, the kvdt tool, the Python module).
+
+  // "YYYY-MM-DD HH:MM:SS[.fff]" or with 'T' for the space, as six values;
+  // not validated here. Throws "BadReadingText" naming the text.
+  static DateTimeUtilities::CalendarValues parseReading(std::string_view text);
+  // The time point of a reading in `standard`, counted from `epoch` in
+  // `type`. The reading is validated (validateDateTime for its standard:
+  // the library's own diagnostics); refused are a reading whose whole
+  // seconds do not fit the type ("ReadingOutOfStorageRange", also when the
+  // stored value would wrap), a UTC second 60 on a day where the library's
+  // schedule inserts no second ("NoLeapSecondInserted"), and one whose
+  // stored value the type's rounding moves out of the leap second
+  // ("LeapSecondLostInStorage": 23:59:60.5 in whole seconds rounds to the
+  // next 00:00:00 with the flag set, a value whose own read-back fails).
+  static DateTime timePointFrom(const DateTimeStruct& reading,
+                                TimeStandard standard, Epoch epoch,
+                                const FXP::DataType& type);
+  static DateTime timePointFrom(std::string_view reading, TimeStandard standard,
+                                Epoch epoch, const FXP::DataType& type);
+  // The time point of a stored count (seconds or days from `epoch`), never
+  // flagged. Refused with "StoredCountOutOfRange": NaN, infinities and a
+  // count the type cannot hold after rounding (300 or -1e30 in int8). Its
+  // reading is then validated like a reading's (BadYear beyond 9999).
+  static DateTime timePointFromCount(double count, TimeStandard standard,
+                                     Epoch epoch, const FXP::DataType& type);
+  static DateTime timePointFromCount(std::int64_t count, TimeStandard standard,
+                                     Epoch epoch, const FXP::DataType& type);
+  // The real-world calendar reading of any time point: toDateTimeStruct()
+  // (so its diagnostics), with a second that the read-back rounded up to
+  // 60, or to 61 inside a leap second, put back to the largest double below
+  // it. A count a hair below a whole minute reads 59.999..., never 60.
+  static DateTimeStruct readingOf(const DateTime& timePoint);
+
+ private:
+  Clock(DateTime start, const FXP::DataType& type);
+  // Passes the leap-second entries the running value has reached.
+  void advanceCursor();
+  // The reading rounded to `digits` fraction digits, carried upwards; the
+  // second lies in the middle of its last digit, so that the formatter's
+  // cut shows the rounded digits.
+  DateTimeStruct roundedReading(TimeStandard standard, int digits) const;
+
+  DateTime tai_;
+  LeapSecondTableData table_;
+  LeapSecondTableData j2000Table_;
+  std::uint32_t cursor_ = 0;
+};
+
+}  // namespace KvDateTime
