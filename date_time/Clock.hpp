@@ -68,6 +68,7 @@
 #include "date_time/Export.hpp"
 #include "date_time/LeapSecondTableData.hpp"
 #include "host/fxp/DataType.hpp"
+#include "host/fxp/MathControl.hpp"
 #include "host/typesys/DateTimeEnums.hpp"
 
 namespace KvDateTime {
@@ -170,6 +171,10 @@ class KVDT_EXPORT Clock {
   LeapSecondTableData table_;
   LeapSecondTableData j2000Table_;
   std::uint32_t cursor_ = 0;
+  // Nearest, saturate; a logger is installed only for the length of a call,
+  // so a copied clock never points at another clock's logger.
+  FXP::MathControl control_ =
+      FXP::MathControl::createFullPrecisionNearSatMathControl();
 };
 
 }  // namespace KvDateTime
