@@ -119,11 +119,19 @@ double resolutionSeconds(const FXP::DataType& type, Epoch epoch) {
   return std::max(1.0, unit);
 }
 
-bool scheduleInsertsSecond(const DateTimeStruct& cal) {
+bool scheduleInsertsSecond(const DateTimeStruct& cal,
+                           const LeapSecondYears* schedule) {
+  if (schedule) return minuteLength(cal, TimeStandard::UTC, *schedule) == 61;
   const LeapSecondYears years = LeapSecondTableDataCreator::build(
                                     Epoch::Epoch1958, FXP::DataType::doubleT())
                                     .leapSecondYears;
   return minuteLength(cal, TimeStandard::UTC, years) == 61;
+}
+
+LeapSecondTableData tableFor(Epoch epoch, const FXP::DataType& type,
+                             const LeapSecondYears* schedule) {
+  return schedule ? LeapSecondTableDataCreator::build(*schedule, epoch, type)
+                  : LeapSecondTableDataCreator::build(epoch, type);
 }
 
 DateTime checkedCount(const FXP::DataValue& exact, const std::string& text,
@@ -174,18 +182,20 @@ DateTimeUtilities::CalendarValues Clock::parseReading(std::string_view text) {
 }
 
 DateTime Clock::timePointFrom(std::string_view reading, TimeStandard standard,
-                              Epoch epoch, const FXP::DataType& type) {
+                              Epoch epoch, const FXP::DataType& type,
+                              const LeapSecondYears* schedule) {
   const DateTimeUtilities::CalendarValues v = parseReading(reading);
   throwIfSet(DateTimeUtilities::validateDateTime(v, standard));
   DateTimeStruct cal;
   cal.year = v[0], cal.month = v[1], cal.day = v[2];
   cal.hour = v[3], cal.minute = v[4], cal.second = v[5];
-  return timePointFrom(cal, standard, epoch, type);
+  return timePointFrom(cal, standard, epoch, type, schedule);
 }
 
 DateTime Clock::timePointFrom(const DateTimeStruct& reading,
                               TimeStandard standard, Epoch epoch,
-                              const FXP::DataType& type) {
+                              const FXP::DataType& type,
+                              const LeapSecondYears* schedule) {
   // The validators let a NaN second through: it is compared with bounds only.
   if (!std::isfinite(reading.second))
     raise(standard == TimeStandard::UTC ? "BadSecondUTC" : "BadSecond");
@@ -193,7 +203,8 @@ DateTime Clock::timePointFrom(const DateTimeStruct& reading,
   if (!DateTime::isValueInRangeOfType(reading, epoch, standard, type))
     raise("ReadingOutOfStorageRange", {typeArgument(type)});
   const bool leap = standard == TimeStandard::UTC && reading.second >= 60.0;
-  if (leap && !scheduleInsertsSecond(reading)) raise("NoLeapSecondInserted");
+  if (leap && !scheduleInsertsSecond(reading, schedule))
+    raise("NoLeapSecondInserted");
 
   const DateTime dt(reading, epoch, standard, type);
   // The range test ignores the fraction, and the sum of whole seconds and
@@ -245,28 +256,33 @@ DateTimeStruct Clock::readingOf(const DateTime& timePoint) {
 // ------------------------------------------------------------------- clock
 
 Clock::Clock(std::string_view reading, TimeStandard standard, Epoch epoch,
-             const FXP::DataType& type)
-    : Clock(timePointFrom(reading, refuseTdbStart(standard), epoch, type),
-            type) {}
+             const FXP::DataType& type, const LeapSecondYears* schedule)
+    : Clock(timePointFrom(reading, refuseTdbStart(standard), epoch, type,
+                          schedule),
+            type, schedule) {}
 
 Clock::Clock(std::string_view reading, TimeStandard standard, Epoch epoch,
-             std::string_view typeName)
-    : Clock(reading, standard, epoch, StorageTypeName::parse(typeName)) {}
+             std::string_view typeName, const LeapSecondYears* schedule)
+    : Clock(reading, standard, epoch, StorageTypeName::parse(typeName),
+            schedule) {}
 
 Clock::Clock(const DateTimeStruct& reading, TimeStandard standard, Epoch epoch,
-             const FXP::DataType& type)
-    : Clock(timePointFrom(reading, refuseTdbStart(standard), epoch, type),
-            type) {}
+             const FXP::DataType& type, const LeapSecondYears* schedule)
+    : Clock(timePointFrom(reading, refuseTdbStart(standard), epoch, type,
+                          schedule),
+            type, schedule) {}
 
 Clock::Clock(const DateTimeStruct& reading, TimeStandard standard, Epoch epoch,
-             std::string_view typeName)
-    : Clock(reading, standard, epoch, StorageTypeName::parse(typeName)) {}
+             std::string_view typeName, const LeapSecondYears* schedule)
+    : Clock(reading, standard, epoch, StorageTypeName::parse(typeName),
+            schedule) {}
 
-Clock::Clock(DateTime start, const FXP::DataType& type)
+Clock::Clock(DateTime start, const FXP::DataType& type,
+             const LeapSecondYears* schedule)
     : tai_(start),
-      table_(LeapSecondTableDataCreator::build(start.epoch, type)),
-      j2000Table_(LeapSecondTableDataCreator::build(Epoch::EpochJ2000,
-                                                    FXP::DataType::doubleT())) {
+      table_(tableFor(start.epoch, type, schedule)),
+      j2000Table_(
+          tableFor(Epoch::EpochJ2000, FXP::DataType::doubleT(), schedule)) {
   CheckedControl checked(control_);
   tai_ = TimeStandardConverter::convertTimeStandard(start, TimeStandard::TAI,
                                                     table_, checked.control);

@@ -80,14 +80,17 @@ class KVDT_EXPORT Clock {
   // `standard`, stored as a count from `epoch` in `type` (a type or its
   // name, "s64:20", "double", see StorageTypeName). The start is made by
   // timePointFrom() and so checked as it is; a start in TDB is refused.
+  // The leap seconds are the library's schedule, or `schedule` when given
+  // (a leap-seconds.list read by LeapSecondListParser); the clock keeps
+  // no reference to it.
   Clock(std::string_view reading, TimeStandard standard, Epoch epoch,
-        const FXP::DataType& type);
+        const FXP::DataType& type, const LeapSecondYears* schedule = nullptr);
   Clock(std::string_view reading, TimeStandard standard, Epoch epoch,
-        std::string_view typeName);
+        std::string_view typeName, const LeapSecondYears* schedule = nullptr);
   Clock(const DateTimeStruct& reading, TimeStandard standard, Epoch epoch,
-        const FXP::DataType& type);
+        const FXP::DataType& type, const LeapSecondYears* schedule = nullptr);
   Clock(const DateTimeStruct& reading, TimeStandard standard, Epoch epoch,
-        std::string_view typeName);
+        std::string_view typeName, const LeapSecondYears* schedule = nullptr);
 
   // Moves the clock by `seconds` (negative moves it back), rounded to the
   // storage type's resolution: steps of 0.1 s in a binary type are not
@@ -135,15 +138,18 @@ class KVDT_EXPORT Clock {
   // the library's own diagnostics); refused are a reading whose whole
   // seconds do not fit the type ("ReadingOutOfStorageRange", also when the
   // stored value would wrap), a UTC second 60 on a day where the library's
-  // schedule inserts no second ("NoLeapSecondInserted"), and one whose
+  // schedule (or `schedule`) inserts no second ("NoLeapSecondInserted"),
+  // and one whose
   // stored value the type's rounding moves out of the leap second
   // ("LeapSecondLostInStorage": 23:59:60.5 in whole seconds rounds to the
   // next 00:00:00 with the flag set, a value whose own read-back fails).
   static DateTime timePointFrom(const DateTimeStruct& reading,
                                 TimeStandard standard, Epoch epoch,
-                                const FXP::DataType& type);
+                                const FXP::DataType& type,
+                                const LeapSecondYears* schedule = nullptr);
   static DateTime timePointFrom(std::string_view reading, TimeStandard standard,
-                                Epoch epoch, const FXP::DataType& type);
+                                Epoch epoch, const FXP::DataType& type,
+                                const LeapSecondYears* schedule = nullptr);
   // The time point of a stored count (seconds or days from `epoch`), never
   // flagged. Refused with "StoredCountOutOfRange": NaN, infinities and a
   // count the type cannot hold after rounding (300 or -1e30 in int8). Its
@@ -159,7 +165,8 @@ class KVDT_EXPORT Clock {
   static DateTimeStruct readingOf(const DateTime& timePoint);
 
  private:
-  Clock(DateTime start, const FXP::DataType& type);
+  Clock(DateTime start, const FXP::DataType& type,
+        const LeapSecondYears* schedule);
   // Passes the leap-second entries the running value has reached.
   void advanceCursor();
   // The reading rounded to `digits` fraction digits, carried upwards; the

@@ -99,6 +99,27 @@ TEST(ClockStepping, DayEpochsAndStepsBackReadTheSameInstants) {
   EXPECT_EQ(seconds.format(TS::UTC), "2016-12-31 23:59:59.250 UTC");
 }
 
+// A schedule with a second inserted at the end of 2015, as a newer
+// leap-seconds.list would bring one: the clock follows it, the library's
+// own schedule refuses the reading.
+TEST(ClockStepping, FollowsTheScheduleItIsGiven) {
+  LeapSecondYears years =
+      LeapSecondTableDataCreator::build(Epoch::Epoch1970, kDouble)
+          .leapSecondYears;
+  years[2015].second = 1;
+  EXPECT_EQ(thrownId([] {
+              Clock("2015-12-31 23:59:60", TS::UTC, Epoch::Epoch1970, kS64_20);
+            }),
+            "NoLeapSecondInserted");
+  Clock clock("2015-12-31 23:59:60", TS::UTC, Epoch::Epoch1970, kS64_20,
+              &years);
+  EXPECT_TRUE(clock.isLeapSecond());
+  EXPECT_EQ(clock.format(TS::TAI), "2016-01-01 00:00:36.000 TAI");
+  clock.step(1.0);
+  EXPECT_EQ(clock.format(TS::UTC), "2016-01-01 00:00:00.000 UTC");
+  EXPECT_EQ(clock.format(TS::TAI), "2016-01-01 00:00:37.000 TAI");
+}
+
 // ------------------------------------------------------ real-world reading
 
 // A stored value from its raw two's-complement integer.
