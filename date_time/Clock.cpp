@@ -245,7 +245,28 @@ DateTime Clock::timePointFromCount(std::int64_t count, TimeStandard standard,
 }
 
 DateTimeStruct Clock::readingOf(const DateTime& timePoint) {
-  DateTimeStruct r = timePoint.toDateTimeStruct();
+  DateTime exact = timePoint;
+  if (DateTimeUtilities::isJulianCompatibleEpoch(timePoint.epoch)) {
+    // Read as exact seconds since 1958: the Julian-date read-back rounds
+    // its day base up within some microseconds of midnight, and late on 28
+    // February of 2100 (and other century years that are not leap years)
+    // it finds 29 February and throws.
+    // A TDB count reads as a TT count does: the seconds epochs know no
+    // TDB offset.
+    const TimeStandard standard = timePoint.timeStandard == TimeStandard::TDB
+                                      ? TimeStandard::TT
+                                      : timePoint.timeStandard;
+    FXP::MathControl control =
+        FXP::MathControl::createFullPrecisionNearSatMathControl();
+    exact = DateTime(
+        DvLs{DateTimeConverter::forEpochs(timePoint.epoch, Epoch::Epoch1958)
+                 .convertEpochImpl(
+                     timePoint.value, timePoint.epoch, Epoch::Epoch1958,
+                     standard, FXP::DataType::fixedT(true, 128, 64), control),
+             timePoint.isLeapSecond},
+        Epoch::Epoch1958, standard);
+  }
+  DateTimeStruct r = exact.toDateTimeStruct();
   // The exact second is below the limit: 59 plus a fraction a hair below 1
   // rounds to 60 as a double, and the flag adds 1 to that.
   const double limit = timePoint.isLeapSecond ? 61.0 : 60.0;

@@ -173,6 +173,26 @@ TEST(RealWorldReading, AHairBelowAMinuteNeverReadsSecondSixty) {
   EXPECT_EQ(noonRead.day, 15);
 }
 
+TEST(RealWorldReading, DayCountsReadThroughExactSeconds) {
+  // 10 us before 2017-01-01 00:00 TAI in MJD days: the Julian-date
+  // read-back has already moved to the next day.
+  const DateTime beforeMidnight = Clock::timePointFromCount(
+      57754.0 - 1e-5 / 86400.0, TS::TAI, Epoch::EpochMJD, kDouble);
+  EXPECT_EQ(beforeMidnight.toDateTimeStruct().day, 1);
+  const DateTimeStruct r = Clock::readingOf(beforeMidnight);
+  EXPECT_EQ(r.day, 31);
+  EXPECT_NEAR(r.second, 59.99999, 1e-6);
+  // Late on 28 February 2100 that read-back finds 29 February and throws.
+  for (Epoch e : {Epoch::EpochJD, Epoch::EpochMJD, Epoch::EpochJ2000}) {
+    const DateTime late =
+        Clock::timePointFrom("2100-02-28 23:00:00", TS::TT, e, kDouble);
+    EXPECT_EQ(thrownId([&] { late.toDateTimeStruct(); }), "BadDayOfMonth");
+    const DateTimeStruct back = Clock::readingOf(late);
+    EXPECT_EQ(back.day, 28);
+    EXPECT_EQ(back.hour, back.second > 59 ? 22 : 23);
+  }
+}
+
 struct Rounding {
   const char* reading;
   TimeStandard standard;
