@@ -2,7 +2,9 @@
 // library. The start time arrives as a UTC calendar reading; it is checked,
 // stored as an exact fixed-point count, given a leap-second table, stepped
 // across the leap second at the end of 2016 and shown in TAI, UTC, TT and
-// TDB; at the end it is written out as the host stores it.
+// TDB; at the end it is written out as the host stores it. Then the same
+// task once more through the convenience clock, which does all of that in
+// one object.
 #include <cstdio>
 #include <string>
 
@@ -134,5 +136,27 @@ int main() {
       static_cast<unsigned long long>(array->numberOfElements()),
       kClassNames[static_cast<int>(array->classID())],
       static_cast<long long>(count), clock.value.toDouble());
+
+  // --- 6. The same steps with the clock. It checks the start, keeps the
+  // running value in TAI with one cursor, reads TDB through its own J2000
+  // table, and rounds the digits it shows where the formatter above cuts
+  // them: TT 00:01:08.184 reads 08.183 in the table above. A start that
+  // the storage type cannot keep is refused, not rounded away.
+  std::printf("\n6. The same steps with the clock, digits rounded\n");
+  Clock simple("2016-12-31 23:59:59", TimeStandard::UTC, Epoch::Epoch1970,
+               "s64:20");
+  for (int step = 0; step < 10; ++step, simple.step(0.25)) {
+    for (TimeStandard ts : {TimeStandard::UTC, TimeStandard::TAI,
+                            TimeStandard::TT, TimeStandard::TDB})
+      std::printf("  %-27s", simple.format(ts).c_str());
+    std::puts(simple.isLeapSecond() ? "  <- leap second" : "");
+  }
+  try {
+    Clock("2016-12-31 23:59:60.5", TimeStandard::UTC, Epoch::Epoch1970,
+          "int64");
+  } catch (const foundation::core::except::IException& e) {
+    std::printf("  23:59:60.5 in whole seconds: %s\n      %s\n",
+                e.identifier().c_str(), e.message().c_str());
+  }
   return 0;
 }
