@@ -70,18 +70,21 @@ int fractionDigitsOf(std::u16string_view pattern) {
   return 0;
 }
 
-// Seconds in the minute 23:59 of a day that ends a half-year in UTC, by
-// the table's schedule: 61 when a second is inserted, 59 when one is
-// removed; 60 for every other minute and standard.
+// 23:59 on 30 June or 31 December, where a schedule may change the minute.
+bool atHalfYearEnd(const DateTimeStruct& r) {
+  return r.hour == 23 && r.minute == 59 &&
+         ((r.month == 6 && r.day == 30) || (r.month == 12 && r.day == 31));
+}
+
+// Seconds in r's minute by the schedule: 61 at the end of a half-year that
+// inserts a second, 59 at one that removes 23:59:59; 60 for every other
+// minute, and in every standard but UTC.
 int minuteLength(const DateTimeStruct& r, TimeStandard standard,
                  const LeapSecondYears& years) {
-  const bool june = r.month == 6 && r.day == 30;
-  if (standard != TimeStandard::UTC || r.hour != 23 || r.minute != 59 ||
-      !(june || (r.month == 12 && r.day == 31)))
-    return 60;
+  if (standard != TimeStandard::UTC || !atHalfYearEnd(r)) return 60;
   const auto it = years.find(static_cast<std::int32_t>(r.year));
   if (it == years.end()) return 60;
-  return 60 + (june ? it->second.first : it->second.second);
+  return 60 + (r.month == 6 ? it->second.first : it->second.second);
 }
 
 // 00 seconds of the minute after r's, through whole seconds on the TAI
@@ -119,13 +122,16 @@ double resolutionSeconds(const FXP::DataType& type, Epoch epoch) {
   return std::max(1.0, unit);
 }
 
-bool scheduleInsertsSecond(const DateTimeStruct& cal,
-                           const LeapSecondYears* schedule) {
-  if (schedule) return minuteLength(cal, TimeStandard::UTC, *schedule) == 61;
-  const LeapSecondYears years = LeapSecondTableDataCreator::build(
-                                    Epoch::Epoch1958, FXP::DataType::doubleT())
-                                    .leapSecondYears;
-  return minuteLength(cal, TimeStandard::UTC, years) == 61;
+// minuteLength of a UTC reading by `schedule`, or by the library's own,
+// whose table is built only for the minutes a schedule can change.
+int scheduledMinuteLength(const DateTimeStruct& cal,
+                          const LeapSecondYears* schedule) {
+  if (!atHalfYearEnd(cal)) return 60;
+  if (schedule) return minuteLength(cal, TimeStandard::UTC, *schedule);
+  return minuteLength(cal, TimeStandard::UTC,
+                      LeapSecondTableDataCreator::build(
+                          Epoch::Epoch1958, FXP::DataType::doubleT())
+                          .leapSecondYears);
 }
 
 LeapSecondTableData tableFor(Epoch epoch, const FXP::DataType& type,
@@ -185,7 +191,6 @@ DateTime Clock::timePointFrom(std::string_view reading, TimeStandard standard,
                               Epoch epoch, const FXP::DataType& type,
                               const LeapSecondYears* schedule) {
   const DateTimeUtilities::CalendarValues v = parseReading(reading);
-  throwIfSet(DateTimeUtilities::validateDateTime(v, standard));
   DateTimeStruct cal;
   cal.year = v[0], cal.month = v[1], cal.day = v[2];
   cal.hour = v[3], cal.minute = v[4], cal.second = v[5];
@@ -203,8 +208,12 @@ DateTime Clock::timePointFrom(const DateTimeStruct& reading,
   if (!DateTime::isValueInRangeOfType(reading, epoch, standard, type))
     raise("ReadingOutOfStorageRange", {typeArgument(type)});
   const bool leap = standard == TimeStandard::UTC && reading.second >= 60.0;
-  if (leap && !scheduleInsertsSecond(reading, schedule))
-    raise("NoLeapSecondInserted");
+  if (standard == TimeStandard::UTC && reading.second >= 59.0) {
+    const int length = scheduledMinuteLength(reading, schedule);
+    if (reading.second >= length)
+      raise(length < 60 ? "TimestampIsNegativeLeapSecond"
+                        : "NoLeapSecondInserted");
+  }
 
   const DateTime dt(reading, epoch, standard, type);
   // The range test ignores the fraction, and the sum of whole seconds and

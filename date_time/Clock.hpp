@@ -135,14 +135,16 @@ class KVDT_EXPORT Clock {
   static DateTimeUtilities::CalendarValues parseReading(std::string_view text);
   // The time point of a reading in `standard`, counted from `epoch` in
   // `type`. The reading is validated (validateDateTime for its standard:
-  // the library's own diagnostics); refused are a reading whose whole
-  // seconds do not fit the type ("ReadingOutOfStorageRange", also when the
-  // stored value would wrap), a UTC second 60 on a day where the library's
-  // schedule (or `schedule`) inserts no second ("NoLeapSecondInserted"),
-  // and one whose
-  // stored value the type's rounding moves out of the leap second
-  // ("LeapSecondLostInStorage": 23:59:60.5 in whole seconds rounds to the
-  // next 00:00:00 with the flag set, a value whose own read-back fails).
+  // the library's own diagnostics, and a NaN second, which the validators
+  // pass, as "BadSecond"/"BadSecondUTC"). Refused besides: a reading whose
+  // whole seconds do not fit the type ("ReadingOutOfStorageRange", also
+  // when the rounded fraction would wrap them); a UTC second 60 on a day
+  // where the library's schedule, or `schedule`, inserts none
+  // ("NoLeapSecondInserted"), and 23:59:59 on a day where it removes that
+  // second ("TimestampIsNegativeLeapSecond"); a leap second whose stored
+  // value the type's rounding moves out of it ("LeapSecondLostInStorage":
+  // 23:59:60.5 in whole seconds rounds to the next 00:00:00 with the flag
+  // set, a value whose own read-back fails).
   static DateTime timePointFrom(const DateTimeStruct& reading,
                                 TimeStandard standard, Epoch epoch,
                                 const FXP::DataType& type,

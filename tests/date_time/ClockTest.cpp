@@ -118,6 +118,19 @@ TEST(ClockStepping, FollowsTheScheduleItIsGiven) {
   clock.step(1.0);
   EXPECT_EQ(clock.format(TS::UTC), "2016-01-01 00:00:00.000 UTC");
   EXPECT_EQ(clock.format(TS::TAI), "2016-01-01 00:00:37.000 TAI");
+
+  // And one that takes 23:59:59 away at the end of June 2016.
+  years[2016].first = -1;
+  EXPECT_EQ(thrownId([&] {
+              Clock::timePointFrom("2016-06-30 23:59:59.5", TS::UTC,
+                                   Epoch::Epoch1970, kS64_20, &years);
+            }),
+            "TimestampIsNegativeLeapSecond");
+  Clock removed("2016-06-30 23:59:58.9996", TS::UTC, Epoch::Epoch1970, kS128_64,
+                &years);
+  EXPECT_EQ(removed.format(TS::UTC), "2016-07-01 00:00:00.000 UTC");
+  removed.step(0.0004);
+  EXPECT_EQ(removed.format(TS::UTC, u"HH:mm:ss.SSSSSS"), "00:00:00.000000");
 }
 
 // ------------------------------------------------------ real-world reading
