@@ -13,15 +13,18 @@
 //   saturated value.
 // - A UTC second of 60 is accepted only where the leap-second schedule
 //   inserts one (the validators judge the calendar position only).
-// - Real-world read-back (see reading()): outside a leap second the second
-//   is below 60 and inside one below 61, where the stored-value read-back
-//   can round a value a hair below the minute up to 60 (or 61).
+// - Real-world read-back (see readingOf()): outside a leap second the
+//   second is below 60 and inside one below 61, where the stored-value
+//   read-back can round a value a hair below the minute up to 60 (or 61);
+//   day counts are read through exact seconds, so late 28 February 2100
+//   reads back and a value just before midnight stays on its day.
 // - Rounded digits (see format()): fraction digits are rounded to the
 //   pattern's precision, with the carry into the next second, minute, day
 //   and so on, where the formatter cuts them. On a day that ends with an
-//   inserted second the carry from 23:59:59 goes to 23:59:60; inside a leap
-//   second it never goes past 23:59:60.999...: a label of second 61 does not
-//   exist, and the next day's 00:00:00 would be a different instant's label.
+//   inserted second the carry from 23:59:59 goes to 23:59:60. Inside a leap
+//   second it stops at the last digit: 23:59:60.9996 shows as 60.999 with
+//   "ss.SSS", never 61.000 (no such label) and not the next day's 00:00:00,
+//   the label of an instant still to come.
 // - The running value is kept in TAI, whatever the start's standard: a UTC
 //   count stands still for an inserted second, so a clock kept in UTC
 //   would step over 23:59:60.
@@ -30,6 +33,10 @@
 //   (the clock's own epoch and type are not used for TDB).
 // - A start reading in TDB is refused: the library converts only toward
 //   TDB.
+// Not changed: a day count is stored as calendarToJulianDate gives it,
+// which in MJD or J2000 can be some tens of microseconds off the reading
+// (a JD double resolves only about 40 us today); count seconds where that
+// matters.
 //
 // Failures throw the host's IException: the library's own diagnostics
 // ("Korvane:DateTime:BadSecondUTC", "BadLeapSecond", ...) for bad readings
@@ -47,11 +54,13 @@
 // A storage type name StorageTypeName does not know throws
 // std::invalid_argument. A failed call leaves the clock as it was.
 //
-// Heap: the constructor builds the tables (and a text reading's parse
-// allocates nothing). step(), timePoint(), reading() and isLeapSecond()
-// allocate nothing. format() and formatUtf16() allocate their result and
-// what the formatter allocates: a copy of the pattern and its own 16-bit
-// result (format() converts that to UTF-8).
+// Heap: the constructors build the clock's two leap-second tables, once.
+// step(), timePoint(), reading(), isLeapSecond() and readingOf() allocate
+// nothing (pinned by ClockAllocation). format() and formatUtf16() allocate
+// what the formatter does, a copy of the pattern and its 16-bit result,
+// and format() the UTF-8 string besides. timePointFrom() builds a table of
+// the library's schedule when it must judge the last second of a half-year
+// without one given, and failures allocate their diagnostics.
 //
 // Threads: step() changes the clock and needs the clock to itself. The
 // const members only read it (each uses a copy of the lookup cursor and its
