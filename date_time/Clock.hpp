@@ -111,9 +111,10 @@ class KVDT_EXPORT Clock {
 
   // The clock's instant in `standard`: in the clock's epoch and type for
   // TAI, TT and UTC (flag set inside an inserted second), in days since
-  // J2000 in double for TDB. Throws "ClockReadingOutOfRange".
+  // J2000 in double for TDB. Throws "ClockReadingOutOfRange", and
+  // std::invalid_argument for a standard outside the enumeration.
   DateTime timePoint(TimeStandard standard) const;
-  // The calendar reading of timePoint(standard), by reading() below.
+  // The real-world reading of timePoint(standard): see readingOf().
   DateTimeStruct reading(TimeStandard standard) const;
   // Whether UTC is inside an inserted second (23:59:60.x) now.
   bool isLeapSecond() const;
