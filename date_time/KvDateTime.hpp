@@ -1,6 +1,10 @@
 // Everything the library offers, with the host interfaces it is used with.
 #pragma once
 
+// A program whose one include is this header prints what it formats.
+#include <cstdio>
+
+#include "date_time/Clock.hpp"
 #include "date_time/DateTimeStruct.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/DateTimeUtilities.hpp"

@@ -2,7 +2,9 @@
 // library. The start time arrives as a UTC calendar reading; it is checked,
 // stored as an exact fixed-point count, given a leap-second table, stepped
 // across the leap second at the end of 2016 and shown in TAI, UTC, TT and
-// TDB; at the end it is written out as the host stores it.
+// TDB; at the end it is written out as the host stores it. Then the same
+// task once more through the convenience clock, which does all of that in
+// one object.
 #include <cstdio>
 #include <string>
 
@@ -134,5 +136,26 @@ int main() {
       static_cast<unsigned long long>(array->numberOfElements()),
       kClassNames[static_cast<int>(array->classID())],
       static_cast<long long>(count), clock.value.toDouble());
+
+  // --- 6. The same task with the clock, which builds its tables, keeps
+  // the running value in TAI with one cursor and reads TDB through its own
+  // J2000 table; examples/clock_task.cpp prints the whole step table with
+  // it in ten lines. It rounds the digits it shows where the formatter
+  // above cuts them, and refuses a start that the storage type cannot
+  // keep rather than rounding it away.
+  Clock simple("2016-12-31 23:59:59", TimeStandard::UTC, Epoch::Epoch1970,
+               "s64:20");
+  simple.step(1.0);
+  std::printf("\n6. The clock, one second after the start\n  %s = %s = %s\n",
+              simple.format(TimeStandard::UTC).c_str(),
+              simple.format(TimeStandard::TT).c_str(),
+              simple.format(TimeStandard::TDB).c_str());
+  try {
+    Clock("2016-12-31 23:59:60.5", TimeStandard::UTC, Epoch::Epoch1970,
+          "int64");
+  } catch (const foundation::core::except::IException& e) {
+    std::printf("  23:59:60.5 in whole seconds: %s\n      %s\n",
+                e.identifier().c_str(), e.message().c_str());
+  }
   return 0;
 }

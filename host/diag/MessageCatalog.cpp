@@ -14,6 +14,9 @@ struct CatalogEntry {
 
 // Sorted by identifier for the binary search below.
 constexpr std::array kCatalog = {
+    CatalogEntry{"Korvane:DateTime:BadClockStep",
+                 "A clock step must be a finite number of seconds; the step "
+                 "was {0}."},
     CatalogEntry{"Korvane:DateTime:BadDayOfMonth",
                  "The day of the month must be a whole number from 1 to the "
                  "length of the month (28, 29, 30 or 31)."},
@@ -53,6 +56,9 @@ constexpr std::array kCatalog = {
                  "The minute must be a whole number from 0 to 59."},
     CatalogEntry{"Korvane:DateTime:BadMonth",
                  "The month must be a whole number from 1 to 12."},
+    CatalogEntry{"Korvane:DateTime:BadReadingText",
+                 "\"{0}\" is not a calendar reading of the form "
+                 "YYYY-MM-DD HH:MM:SS[.fff] (a 'T' may stand for the space)."},
     CatalogEntry{"Korvane:DateTime:BadSecond",
                  "The second must be at least 0 and less than 60."},
     CatalogEntry{"Korvane:DateTime:BadSecondUTC",
@@ -65,6 +71,15 @@ constexpr std::array kCatalog = {
                  "The year must be a whole number from 1400 to 9999."},
     CatalogEntry{"Korvane:DateTime:BadYearModelConfig",
                  "A model time must be in the year 1972 or later."},
+    CatalogEntry{"Korvane:DateTime:ClockReadingOutOfRange",
+                 "The clock's time in {0} does not fit its storage type {1}."},
+    CatalogEntry{
+        "Korvane:DateTime:ClockStartInTDB",
+        "A clock cannot start from a TDB reading: the library converts "
+        "only toward TDB. Give the start in UTC, TAI or TT."},
+    CatalogEntry{"Korvane:DateTime:ClockStepOverflow",
+                 "Stepping the clock by {0} s would leave the range of its "
+                 "storage type {1}; the clock is unchanged."},
     CatalogEntry{"Korvane:DateTime:InvalidDayOfWeekToken",
                  "The format \"{0}\" has a run of six or more 'e' letters; the "
                  "day of the week takes 1 to 5."},
@@ -72,9 +87,23 @@ constexpr std::array kCatalog = {
                  "The format \"{0}\" contains the letter '{1}', which is not a "
                  "pattern letter. Use one of tGyuMdDeahHmsS, or quote literal "
                  "text in apostrophes."},
+    CatalogEntry{"Korvane:DateTime:LeapSecondLostInStorage",
+                 "The reading lies inside a leap second, but stored as {0} it "
+                 "rounds out of that second. Use a storage type with fraction "
+                 "bits, or a reading further from the end of the second."},
     CatalogEntry{"Korvane:DateTime:MultipleFractionalSecondTokens",
                  "The format \"{0}\" has more than one fractional-second field "
                  "(runs of 'S'); use at most one."},
+    CatalogEntry{"Korvane:DateTime:NoLeapSecondInserted",
+                 "The reading has a second of 60, but no leap second was "
+                 "inserted at the end of that day."},
+    CatalogEntry{
+        "Korvane:DateTime:ReadingOutOfStorageRange",
+        "The reading, counted from its epoch, does not fit the storage "
+        "type {0}."},
+    CatalogEntry{"Korvane:DateTime:StoredCountOutOfRange",
+                 "The stored count {0} is not a finite number that the storage "
+                 "type {1} can hold."},
     CatalogEntry{"Korvane:DateTime:TDBTSOnlySupportDoubleSDT",
                  "TDB conversion needs a time point stored as double; this one "
                  "is stored as {0}."},

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "date_time/Clock.hpp"
 #include "date_time/DateTimeConverter.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/TimeStandardConverter.hpp"
@@ -76,6 +77,30 @@ TEST(Concurrency, SharedObjectsGiveEachThreadWhatItGetsAlone) {
   for (std::thread& th : threads) th.join();
   for (int t = 0; t < kThreads; ++t) alone[t] = run(shared, t);
   for (int t = 0; t < kThreads; ++t) EXPECT_EQ(together[t], alone[t]) << t;
+}
+
+// The clock's const members read it through copies of its cursor and
+// control: threads may read one clock at once while none steps it.
+TEST(Concurrency, OneClockReadByManyThreads) {
+  Clock clock("2016-12-31 23:59:59.5", TS::UTC, Epoch::Epoch1970, "s96:32");
+  clock.step(0.75);  // inside the leap second, the cursor past its entry
+  const auto read = [&clock](int thread) {
+    std::string digest;
+    for (int i = 0; i < 200; ++i) {
+      for (TS ts : {TS::UTC, TS::TAI, TS::TT, TS::TDB})
+        digest += clock.format(ts, i % 2 ? u"ss.SSSSSS" : u"HH:mm:ss.S t");
+      digest += clock.isLeapSecond() ? 'L' : '-';
+      digest += std::to_string(thread);
+    }
+    return digest;
+  };
+  constexpr int kThreads = 4;
+  std::vector<std::string> together(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&, t] { together[t] = read(t); });
+  for (std::thread& th : threads) th.join();
+  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(together[t], read(t)) << t;
 }
 
 }  // namespace
