@@ -253,6 +253,23 @@ DateTime Clock::timePointFromCount(std::int64_t count, TimeStandard standard,
                       standard, epoch, type);
 }
 
+namespace {
+
+// Whether floor(value) fits the signed 64-bit whole part of the read-back.
+bool wholePartFits(const FXP::DataValue& value) {
+  const FXP::DataType& type = value.getDataType();
+  if (type.isFixed() &&
+      type.wordLength() - type.fractionLength() <= (type.isSigned() ? 64 : 63))
+    return true;
+  // Comparisons are exact across types; both bounds are exact doubles.
+  constexpr FXP::DataType d = FXP::DataType::doubleT();
+  static const FXP::DataValue kBelow = FXP::DataValue::fromDouble(d, -0x1p63, {});
+  static const FXP::DataValue kAbove = FXP::DataValue::fromDouble(d, 0x1p63, {});
+  return kBelow <= value && value < kAbove;
+}
+
+}  // namespace
+
 DateTimeStruct Clock::readingOf(const DateTime& timePoint) {
   DateTime exact = timePoint;
   if (DateTimeUtilities::isJulianCompatibleEpoch(timePoint.epoch)) {
@@ -275,6 +292,10 @@ DateTimeStruct Clock::readingOf(const DateTime& timePoint) {
              timePoint.isLeapSecond},
         Epoch::Epoch1958, standard);
   }
+  // The read-back wraps a whole part beyond 64 bits back near the epoch;
+  // such a count lies far beyond the calendar's last year.
+  if (!wholePartFits(exact.value))
+    kvsvThrowIException(Korvane::DateTime::BadYear());
   DateTimeStruct r = exact.toDateTimeStruct();
   // The exact second is below the limit: 59 plus a fraction a hair below 1
   // rounds to 60 as a double, and the flag adds 1 to that.
@@ -337,6 +358,14 @@ void Clock::step(double seconds) {
   DateTime next = tai_;
   FixptRangeMath::FixptRangeMathLogger logger;
   control_.setMathLogger(&logger);
+  // add brings the shift into the storage type by the mode alone, where
+  // one the type cannot hold saturates unheard and the sum may still fit:
+  // the magnitude is tried under the logger first.
+  const double magnitude = std::fabs(
+      DateTimeUtilities::secondsToTimeShift(seconds, next.epoch));
+  (void)FXP::DataValue::fromDouble(FXP::DataType::doubleT(), magnitude,
+                                   control_.getMathMode())
+      .convert(storageType(), control_);
   next.add(seconds, control_);
   control_.setMathLogger(nullptr);
   if (logger.overflowOccurred())

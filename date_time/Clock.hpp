@@ -173,7 +173,9 @@ class KVDT_EXPORT Clock {
   // The real-world calendar reading of any time point: toDateTimeStruct()
   // (so its diagnostics), with a second that the read-back rounded up to
   // 60, or to 61 inside a leap second, put back to the largest double below
-  // it: a count a hair below a whole minute reads 59.999..., never 60. A day
+  // it: a count a hair below a whole minute reads 59.999..., never 60. A
+  // count whose whole seconds do not fit 64 bits throws "BadYear" where the
+  // read-back would wrap it to a date near the epoch. A day
   // count (JD, MJD, J2000) is read as the exact count of seconds since 1958
   // it converts to: the Julian-date read-back rounds a value some
   // microseconds before midnight into the next day and throws

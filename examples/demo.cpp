@@ -2,9 +2,9 @@
 // library. The start time arrives as a UTC calendar reading; it is checked,
 // stored as an exact fixed-point count, given a leap-second table, stepped
 // across the leap second at the end of 2016 and shown in TAI, UTC, TT and
-// TDB; at the end it is written out as the host stores it. Then the same
-// task once more through the convenience clock, which does all of that in
-// one object.
+// TDB, first through the convenience clock, then on the specified classes
+// underneath as a host does it; at the end it is written out as the host
+// stores it.
 #include <cstdio>
 #include <string>
 
@@ -79,50 +79,66 @@ int main() {
       full.utcInstants.size(), table.utcInstants.size(),
       table.baseLeapSecondCount);
 
-  // --- 4. Stepping. The clock runs in TAI: a UTC count stands still for
-  // an inserted second, so a clock kept in UTC would jump over 23:59:60.
-  // One cursor serves every lookup because the clock only moves forward.
-  // The J2000 double is taken from the exact count at each step rather
-  // than stepped itself, so no rounding piles up in it.
+  // --- 4. Stepping, with the convenience clock: it checks the start,
+  // builds its tables, keeps the running value in TAI (a UTC count stands
+  // still for an inserted second, so a clock kept in UTC would jump over
+  // 23:59:60) with one cursor, reads TDB through a J2000 double with its
+  // own table, and rounds the digits it shows. These are the rows of
+  // examples/clock_task.cpp, which does the same in ten lines.
+  Clock simple("2016-12-31 23:59:59", TimeStandard::UTC, Epoch::Epoch1970,
+               "s64:20");
+  std::printf("\n4. Stepping by 0.25 s across the leap second\n");
+  std::printf("  %-27s  %-27s  %-27s  %s\n", "UTC", "TAI", "TT",
+              "TDB (J2000 double)");
+  for (int step = 0; step < 10; ++step) {
+    for (TimeStandard ts : {TimeStandard::UTC, TimeStandard::TAI,
+                            TimeStandard::TT, TimeStandard::TDB})
+      std::printf("  %-27s", simple.format(ts).c_str());
+    std::puts(simple.isLeapSecond() ? "  <- leap second" : "");
+    if (step < 9) simple.step(0.25);
+  }
+
+  // --- 5. Underneath, as a host does it: the same steps on the specified
+  // classes, from the value and the pruned table of sections 2 and 3, with
+  // one cursor and one math control. The formatter cuts the digits the
+  // clock rounds (TT's 32.184 s shows as .183 here, a hair below).
   FXP::MathControl control =
       FXP::MathControl::createFullPrecisionNearSatMathControl();
   std::uint32_t cursor = 0;
   DateTime clock = TimeStandardConverter::convertTimeStandard(
       model, TimeStandard::TAI, table, control, &cursor);
-  const LeapSecondTableData j2000Table = LeapSecondTableDataCreator::build(
-      Epoch::EpochJ2000, FXP::DataType::doubleT());
-  std::printf("\n4. Stepping by 0.25 s across the leap second\n");
-  std::printf("  %-27s  %-27s  %-27s  %s\n", "UTC", "TAI", "TT",
-              "TDB (J2000 double)");
-  for (int step = 0; step < 10; ++step) {
-    const DateTime utc = TimeStandardConverter::convertTimeStandard(
-        clock, TimeStandard::UTC, table, control, &cursor);
-    const DateTime tt = TimeStandardConverter::convertTimeStandard(
-        clock, TimeStandard::TT, table, control, &cursor);
-    const DateTime days(
-        DvLs{DateTimeConverter::forEpochs(Epoch::Epoch1970, Epoch::EpochJ2000)
-                 .convertEpochImpl(clock.value, Epoch::Epoch1970,
-                                   Epoch::EpochJ2000, TimeStandard::TAI,
-                                   FXP::DataType::doubleT(), control),
-             false},
-        Epoch::EpochJ2000, TimeStandard::TAI);
-    const DateTime tdb = TimeStandardConverter::convertTimeStandard(
-        days, TimeStandard::TDB, j2000Table, control);
-    std::printf("  %-27s  %-27s  %-27s  %s%s\n", render(utc).c_str(),
-                render(clock).c_str(), render(tt).c_str(), render(tdb).c_str(),
-                utc.isLeapSecond ? "  <- leap second" : "");
-    if (step < 9 && clock.addWithOverflowCheck(0.25, control)) {
+  for (int step = 0; step < 9; ++step) {
+    if (clock.addWithOverflowCheck(0.25, control)) {
       std::printf("  the clock left its storage range\n");
       return 1;
     }
   }
+  const DateTime utc = TimeStandardConverter::convertTimeStandard(
+      clock, TimeStandard::UTC, table, control, &cursor);
+  const DateTime tt = TimeStandardConverter::convertTimeStandard(
+      clock, TimeStandard::TT, table, control, &cursor);
+  const DateTime days(
+      DvLs{DateTimeConverter::forEpochs(Epoch::Epoch1970, Epoch::EpochJ2000)
+               .convertEpochImpl(clock.value, Epoch::Epoch1970,
+                                 Epoch::EpochJ2000, TimeStandard::TAI,
+                                 FXP::DataType::doubleT(), control),
+           false},
+      Epoch::EpochJ2000, TimeStandard::TAI);
+  const DateTime tdb = TimeStandardConverter::convertTimeStandard(
+      days, TimeStandard::TDB,
+      LeapSecondTableDataCreator::build(Epoch::EpochJ2000,
+                                        FXP::DataType::doubleT()),
+      control);
+  std::printf("\n5. The same nine steps on the specified classes\n");
+  std::printf("  %-27s  %-27s  %-27s  %s\n", render(utc).c_str(),
+              render(clock).c_str(), render(tt).c_str(), render(tdb).c_str());
 
-  // --- 5. Written out: the compact form is the storage value's bytes
+  // --- 6. Written out: the compact form is the storage value's bytes
   // (little-endian, two's complement; the standard and epoch travel
   // separately), the export a one-element host array of the matching class.
   unsigned char bytes[8];
   clock.toCompact(bytes);
-  std::printf("\n5. The final value, %s\n  compact bytes:",
+  std::printf("\n6. The final value, %s\n  compact bytes:",
               render(clock).c_str());
   for (unsigned char b : bytes) std::printf(" %02x", b);
   const voArrayHandle array = clock.toVoArray();
@@ -137,24 +153,14 @@ int main() {
       kClassNames[static_cast<int>(array->classID())],
       static_cast<long long>(count), clock.value.toDouble());
 
-  // --- 6. The same task with the clock, which builds its tables, keeps
-  // the running value in TAI with one cursor and reads TDB through its own
-  // J2000 table; examples/clock_task.cpp prints the whole step table with
-  // it in ten lines. It rounds the digits it shows where the formatter
-  // above cuts them, and refuses a start that the storage type cannot
-  // keep rather than rounding it away.
-  Clock simple("2016-12-31 23:59:59", TimeStandard::UTC, Epoch::Epoch1970,
-               "s64:20");
-  simple.step(1.0);
-  std::printf("\n6. The clock, one second after the start\n  %s = %s = %s\n",
-              simple.format(TimeStandard::UTC).c_str(),
-              simple.format(TimeStandard::TT).c_str(),
-              simple.format(TimeStandard::TDB).c_str());
+  // --- 7. The clock refuses a start that its storage type cannot keep,
+  // where the specified constructor rounds it: 23:59:60.5 in whole seconds
+  // would round out of the leap second.
   try {
     Clock("2016-12-31 23:59:60.5", TimeStandard::UTC, Epoch::Epoch1970,
           "int64");
   } catch (const foundation::core::except::IException& e) {
-    std::printf("  23:59:60.5 in whole seconds: %s\n      %s\n",
+    std::printf("\n7. 23:59:60.5 in whole seconds: %s\n      %s\n",
                 e.identifier().c_str(), e.message().c_str());
   }
   return 0;

@@ -186,6 +186,28 @@ TEST(RealWorldReading, AHairBelowAMinuteNeverReadsSecondSixty) {
   EXPECT_EQ(noonRead.day, 15);
 }
 
+// The read-back wraps these back near the epoch (an unsigned 64-bit count
+// above 2^63 to a date before it): a reading for people refuses them.
+TEST(RealWorldReading, CountsBeyondSixtyFourBitsAreBadYear) {
+  const FXP::DataType s128 = FXP::DataType::fixedT(true, 128, 0);
+  const FXP::Int128 five = 5;
+  for (const FXP::Int128 raw : {(FXP::Int128{1} << 64) + five,
+                                five - (FXP::Int128{1} << 64)}) {
+    const DateTime dt(DvLs{rawValue(s128, raw), false}, Epoch::Epoch1970,
+                      TS::UTC);
+    EXPECT_EQ(thrownId([&] { Clock::readingOf(dt); }), "BadYear");
+  }
+  const DateTime huge(DvLs{FXP::DataValue::fromDouble(kDouble, 1e300, {}),
+                           false},
+                      Epoch::Epoch1970, TS::UTC);
+  EXPECT_EQ(thrownId([&] { Clock::readingOf(huge); }), "BadYear");
+  const DateTimeStruct y1957({1957, 12, 31, 23, 59, 0});
+  const DateTime wrapped(y1957, Epoch::Epoch1970, TS::TAI,
+                        FXP::DataType::fixedT(false, 64, 0));
+  EXPECT_EQ(wrapped.toDateTimeStruct(), y1957);
+  EXPECT_EQ(thrownId([&] { Clock::readingOf(wrapped); }), "BadYear");
+}
+
 TEST(RealWorldReading, DayCountsReadThroughExactSeconds) {
   // 10 us before 2017-01-01 00:00 TAI in MJD days: the Julian-date
   // read-back has already moved to the next day.
