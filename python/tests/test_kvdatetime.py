@@ -2,6 +2,7 @@
 against pyerfa, and its array functions against its own scalar API."""
 import json
 import os
+import re
 import subprocess
 from fractions import Fraction
 
@@ -210,6 +211,29 @@ BAD = [
     (lambda: kv.to_calendar(np.zeros(3), storage="s128:64"), TypeError, None),
     (lambda: kv.to_calendar(np.zeros(3), leap_second=[True]), ValueError,
      None),
+    # Wrong Python types reach no C++ cast unchecked: each is a TypeError
+    # with a message (NumPy's failed casts used to surface as RuntimeError).
+    (lambda: kv.to_calendar(["2016-12-31 23:59:59"]), TypeError, None),
+    (lambda: kv.format(["x"], "yyyy"), TypeError, None),
+    (lambda: kv.from_calendar([["a"] * 6]), TypeError, None),
+    (lambda: kv.convert_standard("abc"), TypeError, None),
+    (lambda: kv.to_calendar(np.zeros(3), leap_second=["x", "y", "z"]),
+     TypeError, None),
+    (lambda: D.convert(table=5), TypeError, None),
+    (lambda: DateTime((2016, 1, 1), word_length="8"), TypeError, None),
+    (lambda: DateTime((2016, 1, 1), signed="no", word_length=8), TypeError,
+     None),
+    (lambda: DateTime((2016, 1, 1), epoch=2 ** 70), ValueError, None),
+    (lambda: DateTime((2016, 1, 1), word_length=2 ** 70), ValueError, None),
+    (lambda: DateTime((2016, 1, 1, 0, 0, 10 ** 400)), OverflowError, None),
+    (lambda: D.format(b"yyyy"), TypeError, None),
+    (lambda: D.format("\ud800"), ValueError, None),
+    (lambda: kv.format(np.zeros(1), "\ud800"), ValueError, None),
+    (lambda: DateTime.from_stored(300, storage="int8"), OverflowError, None),
+    (lambda: DateTime.from_stored(-1, storage="u8:0"), OverflowError,
+     lambda e: "u8:0" in str(e)),
+    (lambda: DateTime.from_stored(2 ** 128, storage="u128:0"), OverflowError,
+     None),
 ]
 
 
@@ -220,3 +244,37 @@ def test_bad_input_raises_the_documented_exception(call, error, check):
         call()
     assert check is None or check(info.value), info.value
     assert (D.stored, D.leap_second, D.to_compact()) == before
+
+
+@pytest.mark.parametrize("mark", ["\ufffe", "\ufeff"])
+def test_batch_format_keeps_a_leading_byte_order_mark_as_text(mark):
+    values = np.array([1483228799.0, 0.0])
+    want = [DateTime.from_stored(v).format(mark + "yyyy-MM-dd") for v in values]
+    assert want == [mark + "2016-12-31", mark + "1970-01-01"]
+    assert kv.format(values, mark + "yyyy-MM-dd") == want
+    assert kv.format(values, "'x'" + mark + "yyyy") == ["x" + mark + "2016",
+                                                       "x" + mark + "1970"]
+
+
+def test_stored_integers_at_the_edges_of_the_word_round_trip():
+    for storage, low, high in [("s128:0", -2 ** 127, 2 ** 127 - 1),
+                               ("u128:0", 0, 2 ** 128 - 1),
+                               ("int8", -128, 127), ("u64:0", 0, 2 ** 64 - 1)]:
+        for v in (low, high):
+            assert DateTime.from_stored(v, storage=storage).stored == v
+        for v in (low - 1, high + 1):
+            with pytest.raises(OverflowError):
+                DateTime.from_stored(v, storage=storage)
+
+
+def test_repr_of_a_value_past_the_calendar_shows_the_stored_value():
+    far = DateTime((2016, 1, 1)).add(1e300)
+    assert repr(far) == ("<DateTime stored %r, reading out of range, epoch "
+                         "0, storage double>" % far.stored)
+    # Fixed point exactly: (2^127 - 1) / 2^64 has 64 decimals, read back
+    # here as a Fraction.
+    top = DateTime.from_stored(2 ** 127 - 1, storage="s128:64")
+    text = re.fullmatch(r"<DateTime stored ([0-9.]+), reading out of range, "
+                        r"epoch 0, storage s128:64>", repr(top)).group(1)
+    assert Fraction(text) == Fraction(2 ** 127 - 1, 2 ** 64)
+    assert DateTime((2016, 1, 1)) != 1 and not DateTime((2016, 1, 1)) == "x"
