@@ -212,8 +212,8 @@ std::string readList(const std::string& path) {
   if (::fstat(fd, &st) != 0 || !(S_ISREG(st.st_mode) || S_ISFIFO(st.st_mode))) {
     fail("CannotReadList",
          "The leap-second list \"" + path + "\" is " +
-             (S_ISDIR(st.st_mode) ? "a directory" : "not a regular file") +
-             ", nor a pipe.");
+             (S_ISDIR(st.st_mode) ? "a directory" : "a device or a socket") +
+             ", not a regular file or a pipe.");
   }
   std::string text;
   char buf[65536];
