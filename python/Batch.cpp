@@ -7,6 +7,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <memory>
@@ -51,12 +52,11 @@ struct StoredIn {
     if constexpr (L == Layout::Double) {
       return storedFromDouble(reinterpret_cast<const double*>(data)[i]);
     } else if constexpr (L == Layout::Int64) {
-      const std::int64_t v = reinterpret_cast<const std::int64_t*>(data)[i];
-      return storedFromRaw(type, static_cast<FXP::UInt128>(FXP::Int128{v}),
-                           v < 0);
+      return FXP::DataValue::fromStoredSigned(
+          type, reinterpret_cast<const std::int64_t*>(data)[i]);
     } else if constexpr (L == Layout::UInt64) {
-      return storedFromRaw(
-          type, reinterpret_cast<const std::uint64_t*>(data)[i], false);
+      return FXP::DataValue::fromStoredUnsigned(
+          type, reinterpret_cast<const std::uint64_t*>(data)[i]);
     } else {
       return FXP::DataValue::fromCompact(type, data + 16 * i);
     }
@@ -87,10 +87,16 @@ struct StoredOut {
       reinterpret_cast<double*>(data)[i] = v.toDouble();
       return;
     }
-    unsigned char bytes[16];
-    storedBytes(v, bytes);
-    const std::size_t width = layout == Layout::Wide ? 16 : 8;
-    std::memcpy(data + width * i, bytes, width);
+    // The stored integer, extended to 128 bits: one native word for the
+    // 64-bit layouts, low word then high word for the wide one.
+    const std::array<std::uint32_t, 4> w = v.getFatVal();
+    auto* words = reinterpret_cast<std::uint64_t*>(data);
+    if (layout == Layout::Wide) {
+      words[2 * i] = w[0] | std::uint64_t{w[1]} << 32;
+      words[2 * i + 1] = w[2] | std::uint64_t{w[3]} << 32;
+    } else {
+      words[i] = w[0] | std::uint64_t{w[1]} << 32;
+    }
   }
 };
 
@@ -100,19 +106,31 @@ struct Input {
   StoredIn in;
 };
 
+// `values` as an array of numbers (bool, integer or floating; `kinds`
+// narrows that): NumPy would cast strings to numbers, or fail, and
+// array_t::ensure clears the error it raises, leaving nothing to report.
+py::array numbers(py::handle values, const char* what,
+                  const char* kinds = "biuf") {
+  const py::array a = py::array::ensure(values);
+  if (!a || !std::strchr(kinds, a.dtype().kind()))
+    throw py::type_error(std::string(what) + " must be an array of " +
+                         (std::strchr(kinds, 'f') ? "numbers" : "integers"));
+  return a;
+}
+
 Input storedInput(py::handle values, const FXP::DataType& type) {
   const Layout layout = layoutOf(type);
   py::array a;
   if (layout == Layout::Double) {
     a = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(
-        values);
+        numbers(values, "double stored values"));
   } else {
     a = py::array::ensure(values, py::array::c_style);
-    if (!a) throw py::error_already_set();
+    if (!a) throw py::type_error("stored values must be an array");
     if (!py::bool_(a.dtype().attr("isnative")))
       throw py::value_error("stored values must be in native byte order");
   }
-  if (!a) throw py::error_already_set();
+  if (!a) throw py::type_error("stored values must be an array of numbers");
   const char kind = a.dtype().kind();
   std::size_t n = 0;
   Layout inLayout = layout;
@@ -172,8 +190,7 @@ py::array storedArray(const FXP::DataType& type, std::size_t n) {
 std::optional<py::array_t<bool>> flagsInput(py::handle flags, std::size_t n) {
   if (flags.is_none()) return std::nullopt;
   auto a = py::array_t<bool, py::array::c_style | py::array::forcecast>::ensure(
-      flags);
-  if (!a) throw py::error_already_set();
+      numbers(flags, "leap_second", "biu"));
   if (a.ndim() != 1 || static_cast<std::size_t>(a.shape(0)) != n)
     throw py::value_error(
         "leap_second must be a 1-D array as long as the values");
@@ -222,7 +239,9 @@ Outcome fromCalendarLoop(const double* fields, std::size_t n, Epoch epoch,
       if (!DateTime::isValueInRangeOfType(cal, epoch, ts, type))
         throw std::overflow_error(
             "the reading counted from the epoch does not fit the storage type");
-      const DvLs v = DateTime::convertDateTimeStructToDV(cal, epoch, ts, type);
+      // Checked as the scalar constructor checks: no leap second that the
+      // storage type rounds out of itself, none where none was inserted.
+      const DvLs v = KvDateTime::Clock::timePointFrom(cal, ts, epoch, type);
       out.put(i, v.value);
       flagsOut[i] = v.isLeapSecond;
     }
@@ -348,9 +367,9 @@ void bindBatch(py::module_& m) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
         const FXP::DataType type = storageArg(storage);
-        auto a = py::array_t<double, py::array::c_style |
-                                         py::array::forcecast>::ensure(fields);
-        if (!a) throw py::error_already_set();
+        auto a =
+            py::array_t<double, py::array::c_style | py::array::forcecast>::
+                ensure(numbers(fields, "calendar fields"));
         if (a.ndim() != 2 || a.shape(1) != 6)
           throw py::value_error("calendar fields must be an (n, 6) array");
         const std::size_t n = a.shape(0);
@@ -405,11 +424,11 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "format",
-      [](py::handle values, const std::u16string& pattern, py::handle epoch,
+      [](py::handle values, py::handle pattern, py::handle epoch,
          py::handle standard, py::handle storage, py::handle leapSecond) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
-        const std::u16string p = checkedPattern(pattern);
+        const std::u16string p = patternArg(pattern);
         const Input input = storedInput(values, storageArg(storage));
         const auto flags = flagsInput(leapSecond, input.in.size);
         std::vector<std::u16string> texts;
@@ -422,7 +441,7 @@ void bindBatch(py::module_& m) {
         });
         py::list out(texts.size());
         for (std::size_t i = 0; i < texts.size(); ++i)
-          out[i] = py::cast(texts[i]);
+          out[i] = textResult(texts[i]);
         return out;
       },
       py::arg("values"), py::arg("pattern"), py::arg("epoch") = e1970,

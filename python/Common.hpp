@@ -1,6 +1,8 @@
 // What the scalar and the batch bindings share: reading Python arguments
 // into the library's types, the leap-second table object, stored values
-// to and from their raw integers, and the translation of failures.
+// to and from their raw integers, text to and from 16-bit units, and the
+// translation of failures. Defined in Common.cpp, which calls neither
+// Scalar.cpp nor Batch.cpp; Module.cpp calls all three.
 #pragma once
 
 #include <pybind11/pybind11.h>
@@ -15,6 +17,7 @@
 #include <string>
 #include <utility>
 
+#include "date_time/Clock.hpp"
 #include "date_time/DateTime.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/DateTimeUtilities.hpp"
@@ -52,15 +55,18 @@ DateTimeStruct checkedReading(
     const KvDateTime::DateTimeUtilities::CalendarValues& c, TimeStandard ts);
 // The pattern, validated once, before any value is formatted.
 std::u16string checkedPattern(const std::u16string& pattern);
+// A str pattern as 16-bit units, validated: TypeError for anything but a
+// str, UnicodeEncodeError (a ValueError) for a lone surrogate.
+std::u16string patternArg(py::handle pattern);
+// Formatted 16-bit text as a str, every unit kept as text.
+py::str textResult(const std::u16string& text);
 
-// A fixed-point value from its raw stored integer: `bits` read as two's
-// complement when `negative`, else as an unsigned magnitude. Throws
-// std::overflow_error when the integer does not fit the type's word.
-FXP::DataValue storedFromRaw(const FXP::DataType& type, FXP::UInt128 bits,
-                             bool negative);
-// The stored integer (or the double's bits) as 16 little-endian bytes,
-// sign- or zero-extended.
-void storedBytes(const FXP::DataValue& value, unsigned char (&out)[16]);
+// A fixed-point value's stored integer as a Python int.
+py::int_ storedInteger(const FXP::DataValue& value);
+// A fixed-point value from a Python integer (anything with __index__) as
+// its stored integer: TypeError for a float, std::overflow_error when the
+// integer does not fit the type's word.
+FXP::DataValue storedFromInteger(const FXP::DataType& type, py::handle value);
 // A finite double into double storage; std::invalid_argument otherwise.
 // Inline: a batch in double storage reads every value through it.
 inline FXP::DataValue storedFromDouble(double value) {
@@ -70,12 +76,16 @@ inline FXP::DataValue storedFromDouble(double value) {
   return FXP::DataValue::fromDouble(FXP::DataType::doubleT(), value, {});
 }
 
-// The calendar reading of a stored value, refusing with "BadYear" a
-// second-epoch count whose floor does not fit 64 bits: the library's
-// read-back wraps such a count to a date near the epoch, which a Python
-// user must not be handed as the answer.
-KvDateTime::DateTimeStruct readBack(const KvDateTime::DvLs& value, Epoch epoch,
-                                    TimeStandard ts);
+// The calendar reading of a time point as people read it
+// (Clock::readingOf): second 60 only inside a leap second, and "BadYear"
+// for a count whose whole seconds the read-back would wrap.
+inline DateTimeStruct readBack(const KvDateTime::DateTime& dt) {
+  return KvDateTime::Clock::readingOf(dt);
+}
+inline DateTimeStruct readBack(const KvDateTime::DvLs& value, Epoch epoch,
+                               TimeStandard ts) {
+  return KvDateTime::Clock::readingOf(KvDateTime::DateTime(value, epoch, ts));
+}
 
 // A leap-second schedule, the library's own or one read from a
 // leap-seconds.list text. The library's tables are built per epoch and
@@ -108,6 +118,9 @@ void setError(std::exception_ptr error, std::optional<std::size_t> index);
 [[noreturn]] void raise(std::exception_ptr error,
                         std::optional<std::size_t> index = std::nullopt);
 
+// The enums, KvDateTimeError and LeapSecondTable; first, as the other
+// bindings use them.
+void bindTypes(py::module_& m);
 void bindScalar(py::module_& m);
 void bindBatch(py::module_& m);
 

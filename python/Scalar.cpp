@@ -45,14 +45,21 @@ KvDateTime::DateTimeUtilities::CalendarValues readingArg(py::handle reading) {
   if (s.size() < 3 || s.size() > 6)
     throw py::value_error("a reading has 3 to 6 fields, not " +
                           std::to_string(s.size()));
-  for (std::size_t i = 0; i < s.size(); ++i) c[i] = s[i].cast<double>();
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    const py::object field = s[i];
+    if (!PyNumber_Check(field.ptr()) || py::isinstance<py::str>(field))
+      throw py::type_error("reading field " + std::to_string(i) +
+                           " is not a number");
+    c[i] = PyFloat_AsDouble(field.ptr());  // OverflowError past a double
+    if (c[i] == -1.0 && PyErr_Occurred()) throw py::error_already_set();
+  }
   return c;
 }
 
 // A leap-second flag is checked where it is given, not at first use: only
 // UTC readings at 23:59:59.x of 30 June or 31 December may carry it.
 DateTime withFlag(DateTime dt) {
-  if (dt.isLeapSecond) (void)readBack(dt, dt.epoch, dt.timeStandard);
+  if (dt.isLeapSecond) (void)readBack(dt);
   return dt;
 }
 
@@ -63,36 +70,34 @@ DateTime fromStored(py::handle value, Epoch epoch, TimeStandard ts,
         DvLs{storedFromDouble(value.cast<double>()), leapSecond}, epoch, ts));
   // The raw stored integer: any integer, NumPy's included; a float has no
   // __index__ and is refused with TypeError.
-  const auto raw =
-      py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()));
-  if (!raw) throw py::error_already_set();
-  const bool negative = raw < py::int_(0);
-  const py::bytes b =
-      raw.attr("to_bytes")(16, "little", py::arg("signed") = negative);
-  const std::string bytes = b;
-  FXP::UInt128 bits = 0;
-  for (int i = 15; i >= 0; --i)
-    bits = (bits << 8) | static_cast<unsigned char>(bytes[i]);
-  return withFlag(DateTime(
-      DvLs{storedFromRaw(type, bits, negative), leapSecond}, epoch, ts));
+  return withFlag(
+      DateTime(DvLs{storedFromInteger(type, value), leapSecond}, epoch, ts));
 }
 
 py::object stored(const DateTime& dt) {
   if (dt.value.getDataType().isDouble()) return py::float_(dt.value.toDouble());
-  unsigned char bytes[16];
-  storedBytes(dt.value, bytes);
-  return py::int_(
-      py::handle(reinterpret_cast<PyObject*>(&PyLong_Type))
-          .attr("from_bytes")(
-              py::bytes(reinterpret_cast<const char*>(bytes), 16), "little",
-              py::arg("signed") = dt.value.getDataType().isSigned()));
+  return storedInteger(dt.value);
 }
 
-std::string render(const DateTime& dt, const std::u16string& pattern) {
-  return resource_core::toUtf8(
-      KvDateTime::DateTimeStructFormatter(
-          readBack(dt, dt.epoch, dt.timeStandard), dt.timeStandard)
-          .getFormattedStr(pattern));
+std::u16string render(const DateTime& dt, const std::u16string& pattern) {
+  return KvDateTime::DateTimeStructFormatter(readBack(dt), dt.timeStandard)
+      .getFormattedStr(pattern);
+}
+
+// A repr must not raise: a stored value whose reading lies outside the
+// calendar (a sum far past year 9999) is shown by its stored value.
+std::string describe(const DateTime& dt) {
+  std::string reading;
+  try {
+    reading =
+        resource_core::toUtf8(render(dt, u"yyyy-MM-dd HH:mm:ss.SSSSSS t"));
+  } catch (const std::exception&) {
+    reading = "stored " + dt.value.toDecimalString() + ", reading out of range";
+  }
+  return "<DateTime " + reading + ", epoch " +
+         py::str(epochEnum(dt.epoch)).cast<std::string>() + ", storage " +
+         KvDateTime::StorageTypeName::name(dt.value.getDataType()) +
+         (dt.isLeapSecond ? ", leap second>" : ">");
 }
 
 // The storage type, from a name or the keywords, defaulting to `fallback`.
@@ -128,7 +133,10 @@ void bindScalar(py::module_& m) {
                   "the reading counted from the epoch does not fit the storage "
                   "type " +
                   KvDateTime::StorageTypeName::name(type));
-            return DateTime(cal, e, ts, type);
+            // The library's checked time point: a UTC second 60 only where
+            // the schedule inserts one, and never one the storage type
+            // rounds out of its leap second.
+            return KvDateTime::Clock::timePointFrom(cal, ts, e, type);
           }),
           py::arg("reading"), py::arg("epoch") = e1970,
           py::arg("standard") = utc, py::arg("storage") = py::none(),
@@ -191,7 +199,7 @@ void bindScalar(py::module_& m) {
       .def(
           "to_calendar",
           [](const DateTime& dt) {
-            const DateTimeStruct c = readBack(dt, dt.epoch, dt.timeStandard);
+            const DateTimeStruct c = readBack(dt);
             return py::make_tuple(c.year, c.month, c.day, c.hour, c.minute,
                                   c.second);
           },
@@ -257,25 +265,22 @@ void bindScalar(py::module_& m) {
           "leap seconds from `table` (the built-in schedule when None).")
       .def(
           "format",
-          [](const DateTime& dt, const std::u16string& pattern) {
-            return render(dt, checkedPattern(pattern));
+          [](const DateTime& dt, py::handle pattern) {
+            return textResult(render(dt, patternArg(pattern)));
           },
           py::arg("pattern"),
           "The reading rendered by a pattern such as "
           "\"yyyy-MM-dd HH:mm:ss.SSS t\".")
-      .def("__eq__",
-           [](const DateTime& a, const DateTime& b) {
-             return a.epoch == b.epoch && a.timeStandard == b.timeStandard &&
-                    a.value.getDataType() == b.value.getDataType() &&
-                    a.isLeapSecond == b.isLeapSecond && a.value == b.value;
-           })
-      .def("__repr__", [](const DateTime& dt) {
-        const py::str epoch = py::str(epochEnum(dt.epoch));
-        return "<DateTime " + render(dt, u"yyyy-MM-dd HH:mm:ss.SSSSSS t") +
-               ", epoch " + epoch.cast<std::string>() + ", storage " +
-               KvDateTime::StorageTypeName::name(dt.value.getDataType()) +
-               (dt.isLeapSecond ? ", leap second>" : ">");
-      });
+      // An operator: another type compares unequal instead of raising.
+      .def(
+          "__eq__",
+          [](const DateTime& a, const DateTime& b) {
+            return a.epoch == b.epoch && a.timeStandard == b.timeStandard &&
+                   a.value.getDataType() == b.value.getDataType() &&
+                   a.isLeapSecond == b.isLeapSecond && a.value == b.value;
+          },
+          py::is_operator())
+      .def("__repr__", &describe);
   // Equal by content; not hashable, like other Python types that define
   // __eq__ alone.
   m.attr("DateTime").attr("__hash__") = py::none();

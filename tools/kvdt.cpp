@@ -3,24 +3,31 @@
 // (--json). The library itself reads no files; this tool is where a
 // leap-second list on disk meets LeapSecondListParser.
 //
-// Every failure ends with "<identifier>: <message>" on stderr and status 2.
-// The library's own failures keep their "Korvane:DateTime:..." identifiers;
-// the tool's (arguments the library never sees) are "Korvane:kvdt:...".
+// Every failure ends with "<identifier>: <message>" on stderr and status 2,
+// a failed write to stdout included. The library's own failures keep their
+// "Korvane:DateTime:..." identifiers; the tool's (arguments the library never
+// sees) are "Korvane:kvdt:...".
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
+#include <cstring>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "date_time/Clock.hpp"
 #include "date_time/DateTime.hpp"
 #include "date_time/DateTimeConverter.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
@@ -31,6 +38,7 @@
 #include "date_time/StorageTypeName.hpp"
 #include "date_time/TimeStandardConverter.hpp"
 #include "host/diag/MessageCatalog.hpp"
+#include "host/fxp/MathControl.hpp"
 #include "host/typesys/DateTimeDefs.hpp"
 
 using namespace KvDateTime;
@@ -102,33 +110,6 @@ std::string typeName(const FXP::DataType& t) {
   return StorageTypeName::name(t);
 }
 
-// "YYYY-MM-DD HH:MM:SS[.fff]" (or with a 'T'); seconds may be 60.x.
-DateTimeStruct parseReading(const std::string& text) {
-  DateTimeUtilities::CalendarValues v{};
-  const char* p = text.data();
-  const char* end = p + text.size();
-  const char separators[] = {'-', '-', ' ', ':', ':'};
-  bool ok = true;
-  for (int i = 0; i < 5 && ok; ++i) {
-    long long n = 0;
-    const auto r = std::from_chars(p, end, n);
-    ok = r.ec == std::errc() && r.ptr != end &&
-         (*r.ptr == separators[i] || (i == 2 && *r.ptr == 'T'));
-    v[i] = static_cast<double>(n);
-    p = r.ptr + 1;
-  }
-  if (ok) {
-    const auto r = std::from_chars(p, end, v[5], std::chars_format::fixed);
-    ok = r.ec == std::errc() && r.ptr == end && p < end && *p != '-';
-  }
-  if (!ok) {
-    fail("BadReading", "\"" + text +
-                           "\" is not a calendar reading of the form "
-                           "YYYY-MM-DD HH:MM:SS[.fff].");
-  }
-  return DateTimeStruct(v);
-}
-
 void throwIfSet(kvsvDiagnostic d) {
   if (d) kvsvThrowIExceptionFromDiagnostic(d, nullptr);
 }
@@ -136,30 +117,15 @@ void throwIfSet(kvsvDiagnostic d) {
 // Validated for its standard, so that an impossible reading is reported as
 // such and never silently normalised.
 DateTimeStruct validReading(const std::string& text, TimeStandard ts) {
-  const DateTimeStruct cal = parseReading(text);
-  throwIfSet(DateTimeUtilities::validateDateTime(
-      {cal.year, cal.month, cal.day, cal.hour, cal.minute, cal.second}, ts));
-  return cal;
+  const DateTimeUtilities::CalendarValues v = Clock::parseReading(text);
+  throwIfSet(DateTimeUtilities::validateDateTime(v, ts));
+  return DateTimeStruct(v);
 }
 
+// Arguments are checked to be UTF-8 before parsing (see checkArguments), so
+// the decoder cannot fail here.
 std::u16string widen(const std::string& utf8) {
-  std::u16string out;
-  for (std::size_t i = 0; i < utf8.size();) {
-    const unsigned char c = utf8[i];
-    const int n = c < 0x80 ? 1 : c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : 2;
-    char32_t cp = n == 1 ? c : c & (0x7F >> n);
-    for (int k = 1; k < n && i + k < utf8.size(); ++k) {
-      cp = (cp << 6) | (static_cast<unsigned char>(utf8[i + k]) & 0x3F);
-    }
-    i += n;
-    if (cp >= 0x10000) {
-      out += static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
-      out += static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
-    } else {
-      out += static_cast<char16_t>(cp);
-    }
-  }
-  return out;
+  return resource_core::toUtf16(utf8).value_or(u"");
 }
 
 std::u16string validPattern(const std::string& pattern) {
@@ -178,42 +144,7 @@ const std::u16string kReadingPattern = u"yyyy-MM-dd HH:mm:ss.SSSSSS";
 
 // The stored value exactly: a double with the digits that read back to it,
 // fixed point as the exact decimal of integer / 2^fraction.
-std::string storedText(const FXP::DataValue& v) {
-  const FXP::DataType& t = v.getDataType();
-  char buf[64];
-  if (t.isDouble()) {
-    const auto r = std::to_chars(buf, buf + sizeof buf, v.toDouble());
-    return std::string(buf, r.ptr);
-  }
-  unsigned char bytes[16] = {};
-  v.toCompact(bytes, sizeof bytes);
-  const std::size_t n = t.sizeofCompact();
-  const bool negative = t.isSigned() && (bytes[n - 1] & 0x80);
-  if (negative) std::fill(bytes + n, bytes + 16, 0xFF);
-  FXP::UInt128 raw = 0;
-  for (int i = 15; i >= 0; --i) raw = (raw << 8) | bytes[i];
-  if (negative) raw = ~raw + 1;  // magnitude
-  const int f = t.fractionLength();
-  if (f < 0 || f > 120) {
-    return "raw " + std::string(negative ? "-" : "") +
-           std::to_string(static_cast<unsigned long long>(raw)) + " * 2^" +
-           std::to_string(-f);
-  }
-  FXP::UInt128 whole = raw >> f;
-  FXP::UInt128 rest = raw - (whole << f);
-  std::string digits;
-  do {
-    digits.insert(digits.begin(), static_cast<char>('0' + whole % 10));
-    whole /= 10;
-  } while (whole != 0);
-  if (rest != 0) digits += '.';
-  while (rest != 0) {
-    rest *= 10;
-    digits += static_cast<char>('0' + (rest >> f));
-    rest -= (rest >> f) << f;
-  }
-  return (negative ? "-" : "") + digits;
-}
+std::string storedText(const FXP::DataValue& v) { return v.toDecimalString(); }
 
 std::int64_t nowNtp() {
   using namespace std::chrono;
@@ -229,55 +160,91 @@ std::string ntpDate(std::int64_t ntp) {
   return render(cal, TimeStandard::UTC, u"yyyy-MM-dd");
 }
 
-// The built-in schedule, or the list in `path`. An expired list is still
-// used (it is the best the user has) but said so on stderr.
-LeapSecondTableData loadTable(const std::string& path, Epoch epoch,
-                              const FXP::DataType& type) {
-  if (path.empty()) return LeapSecondTableDataCreator::build(epoch, type);
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) {
-    fail("CannotReadList",
-         "The leap-second list \"" + path + "\" is a directory, not a file.");
+// A published leap-second list is a few kilobytes; anything near this is
+// not one, and reading on would only exhaust memory (a device such as
+// /dev/zero never ends).
+constexpr std::size_t kMaxListBytes = std::size_t{1} << 20;
+
+// The text of the list at `path` ("-" for standard input): a regular file
+// or a pipe, at most kMaxListBytes. The type is taken from the opened
+// descriptor, so the checked file is the one read.
+std::string readList(const std::string& path) {
+  const bool stdinList = path == "-";
+  const int fd = stdinList ? 0 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    fail("CannotReadList", "Cannot read the leap-second list \"" + path +
+                               "\": " + std::strerror(errno) + ".");
   }
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  if (!in) {
+  struct Closer {
+    int fd;
+    bool owned;
+    ~Closer() {
+      if (owned) ::close(fd);
+    }
+  } closer{fd, !stdinList};
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !(S_ISREG(st.st_mode) || S_ISFIFO(st.st_mode))) {
     fail("CannotReadList",
-         "Cannot read the leap-second list \"" + path + "\".");
+         "The leap-second list \"" + path + "\" is " +
+             (S_ISDIR(st.st_mode) ? "a directory" : "a device or a socket") +
+             ", not a regular file or a pipe.");
   }
-  const LeapSecondList list = LeapSecondListParser::parse(text.str());
+  std::string text;
+  char buf[65536];
+  for (;;) {
+    const ssize_t n = ::read(fd, buf, sizeof buf);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      fail("CannotReadList", "Cannot read the leap-second list \"" + path +
+                                 "\": " + std::strerror(errno) + ".");
+    }
+    if (n == 0) return text;
+    if (text.size() + static_cast<std::size_t>(n) > kMaxListBytes) {
+      fail("ListTooLarge", "The leap-second list \"" + path +
+                               "\" is larger than 1 MiB; a published list "
+                               "is a few kilobytes.");
+    }
+    text.append(buf, static_cast<std::size_t>(n));
+  }
+}
+
+// The list in `path`, or none for the built-in schedule. An expired list
+// is still used (it is the best the user has) but said so on stderr.
+std::optional<LeapSecondList> loadList(const std::string& path) {
+  if (path.empty()) return std::nullopt;
+  LeapSecondList list = LeapSecondListParser::parse(readList(path));
   if (LeapSecondListParser::isExpired(list, nowNtp())) {
     std::cerr << "kvdt: warning: the leap-second list \"" << path
               << "\" expired on " << ntpDate(*list.expiresNtp)
               << "; leap seconds announced since then may be missing.\n";
   }
-  return LeapSecondTableDataCreator::build(list.years, epoch, type);
+  return list;
 }
 
-// A reading or, when the text is a plain number, a stored value.
+LeapSecondTableData tableFor(const std::optional<LeapSecondList>& list,
+                             Epoch epoch, const FXP::DataType& type) {
+  return list ? LeapSecondTableDataCreator::build(list->years, epoch, type)
+              : LeapSecondTableDataCreator::build(epoch, type);
+}
+
+const LeapSecondYears* yearsOf(const std::optional<LeapSecondList>& list) {
+  return list ? &list->years : nullptr;
+}
+
+// A reading or, when the text is a plain number, a stored count of seconds
+// or days; both checked by the library as a reading from people is (see
+// Clock::timePointFrom): in range of the type, a leap second only where
+// the schedule inserts one and the type keeps it.
 DateTime startValue(const std::string& text, Epoch epoch, TimeStandard ts,
-                    const FXP::DataType& type) {
+                    const FXP::DataType& type, const LeapSecondYears* years) {
   double number = 0;
-  if (wholeNumber(std::string_view(text), number)) {
-    if (!std::isfinite(number)) {
-      fail("BadValue", "A stored value must be a finite number.");
-    }
-    return DateTime(DvLs{FXP::DataValue::fromDouble(type, number, {}), false},
-                    epoch, ts);
-  }
-  const DateTimeStruct cal = validReading(text, ts);
-  if (!DateTime::isValueInRangeOfType(cal, epoch, ts, type)) {
-    fail("OutOfRange", "\"" + text + "\" counted from epoch " +
-                           kEpochNames[static_cast<int>(epoch)] +
-                           " does not fit the storage type " + typeName(type) +
-                           ".");
-  }
-  return DateTime(cal, epoch, ts, type);
+  if (wholeNumber(std::string_view(text), number))
+    return Clock::timePointFromCount(number, ts, epoch, type);
+  return Clock::timePointFrom(text, ts, epoch, type, years);
 }
 
 Json describe(const DateTime& dt, const std::u16string& pattern) {
-  const DateTimeStruct cal = dt.toDateTimeStruct();
+  const DateTimeStruct cal = Clock::readingOf(dt);
   Json j;
   j["epoch"] = kEpochNames[static_cast<int>(dt.epoch)];
   j["standard"] = DateTimeDefs::timeStandardName(dt.timeStandard);
@@ -328,12 +295,19 @@ int runConvert(const Options& o) {
   FXP::MathControl control =
       FXP::MathControl::createFullPrecisionNearSatMathControl();
   control.setMathLogger(&overflow);
-  DateTime dt = startValue(o.input, epoch, ts, type);
+  const std::optional<LeapSecondList> list = loadList(o.list);
+  DateTime dt = startValue(o.input, epoch, ts, type, yearsOf(list));
   const Json in = describe(dt, u"");
   // Epoch and type first: TDB exists only for a double counting days, so
   // the standard is changed where the value is going, with a table built
   // for that epoch and type.
   if (toEpoch != epoch || !(toType == type)) {
+    // The reading must keep in the target storage what the start kept: a
+    // leap second rounded out of itself there would read as the next
+    // second with the flag still set.
+    double number = 0;
+    if (dt.isLeapSecond && !wholeNumber(std::string_view(o.input), number))
+      (void)Clock::timePointFrom(o.input, ts, toEpoch, toType, yearsOf(list));
     const FXP::DataValue v =
         DateTimeConverter::forEpochs(epoch, toEpoch)
             .convertEpochImpl(dt.value, epoch, toEpoch, ts, toType, control);
@@ -341,7 +315,7 @@ int runConvert(const Options& o) {
   }
   if (toTs != ts) {
     dt = TimeStandardConverter::convertTimeStandard(
-        dt, toTs, loadTable(o.list, toEpoch, toType), control);
+        dt, toTs, tableFor(list, toEpoch, toType), control);
   }
   if (overflow.overflowOccurred()) {
     fail("OutOfRange",
@@ -387,10 +361,12 @@ int runCheckFormat(const Options& o) {
 int runLeapSeconds(const Options& o) {
   const Epoch epoch = parseEpoch(o.epoch);
   const FXP::DataType type = parseType(o.type);
-  LeapSecondTableData table = loadTable(o.list, epoch, type);
+  const std::optional<LeapSecondList> list = loadList(o.list);
+  LeapSecondTableData table = tableFor(list, epoch, type);
   if (!o.from.empty()) {
     table = LeapSecondUtilities::pruneLeapSecondTableData(
-        table, startValue(o.from, epoch, parseStandard(o.standard), type));
+        table, startValue(o.from, epoch, parseStandard(o.standard), type,
+                          yearsOf(list)));
   }
   Json rows = Json::array();
   for (std::size_t i = 0; i < table.utcInstants.size(); ++i) {
@@ -435,6 +411,12 @@ int runLeapSeconds(const Options& o) {
 // start plus i steps in one addition, not i additions: in a double day
 // count the rounding of repeated 0.25 s steps piles up enough to put a step
 // on the wrong side of a leap second's edge.
+//
+// The first and the last step are computed before any row is printed: steps
+// move one way, so if both fit the storage type and the calendar, every step
+// between does, and a failure never follows a screenful of rows.
+constexpr long long kMaxStepWork = 1000000;  // steps x standards shown
+
 int runStep(const Options& o) {
   const Epoch epoch = parseEpoch(o.epoch);
   const TimeStandard ts = parseStandard(o.standard);
@@ -445,31 +427,48 @@ int runStep(const Options& o) {
   if (!std::isfinite(o.step)) {
     fail("BadStep", "The step must be a finite number of seconds.");
   }
-  if (o.count < 1 || o.count > 1000000) {
-    fail("BadCount", "The step count must be from 1 to 1000000.");
+  if (o.count < 1 ||
+      static_cast<long long>(o.count) * static_cast<long long>(shown.size()) >
+          kMaxStepWork) {
+    fail("BadCount",
+         "The step count times the number of standards shown must be from 1 "
+         "to 1000000.");
   }
-  const LeapSecondTableData table = loadTable(o.list, epoch, type);
+  const std::optional<LeapSecondList> list = loadList(o.list);
+  const LeapSecondTableData table = tableFor(list, epoch, type);
   FXP::MathControl control =
       FXP::MathControl::createFullPrecisionNearSatMathControl();
   std::uint32_t cursor = 0;
   const DateTime start = TimeStandardConverter::convertTimeStandard(
-      startValue(o.input, epoch, ts, type), TimeStandard::TAI, table, control);
-  Json steps = Json::array();
-  for (int i = 0; i < o.count; ++i) {
+      startValue(o.input, epoch, ts, type, yearsOf(list)), TimeStandard::TAI,
+      table, control);
+  // Step i in every shown standard; `cursor` null for a look ahead that
+  // must not move the shared cursor past the rows still to come.
+  const auto stepRow = [&](int i, std::uint32_t* at, Json& row) {
     DateTime clock = start;
     if (clock.addWithOverflowCheck(o.step * i, control)) {
       fail("Overflow", "Stepping left the range of the storage type " +
                            typeName(type) + ".");
     }
-    Json row = Json::object();
     std::string line;
     for (TimeStandard s : shown) {
       const DateTime v = TimeStandardConverter::convertTimeStandard(
-          clock, s, table, control, &cursor);
-      const std::string text = render(v.toDateTimeStruct(), s, pattern);
+          clock, s, table, control, at);
+      const std::string text = render(Clock::readingOf(v), s, pattern);
       row[DateTimeDefs::timeStandardName(s)] = text;
       line += (line.empty() ? "" : "  ") + text;
     }
+    return line;
+  };
+  for (int i : {0, o.count - 1}) {
+    Json ignored = Json::object();
+    stepRow(i, nullptr, ignored);
+  }
+  Json steps = Json::array();
+  // A failed write stops the loop; main reports it.
+  for (int i = 0; i < o.count && !std::ferror(stdout); ++i) {
+    Json row = Json::object();
+    const std::string line = stepRow(i, &cursor, row);
     if (o.json) {
       steps.push_back(row);
     } else {
@@ -484,20 +483,75 @@ void reportError(const std::string& identifier, const std::string& message) {
   std::cerr << identifier << ": " << message << '\n';
 }
 
-}  // namespace
+// Every argument is text the library may see (a pattern, a reading) or the
+// tool may echo (in an error, in JSON): it must be UTF-8, checked here once
+// rather than repaired later. The argument is repeated with every byte
+// outside printable ASCII escaped, so the message itself is clean text.
+void checkArguments(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg(argv[i]);
+    std::size_t at = 0;
+    if (resource_core::toUtf16(arg, &at)) continue;
+    std::string shown;
+    for (const char c : arg) {
+      const auto b = static_cast<unsigned char>(c);
+      if (b >= 0x20 && b < 0x7F) {
+        shown += c;
+      } else {
+        char hex[5];
+        std::snprintf(hex, sizeof hex, "\\x%02X", b);
+        shown += hex;
+      }
+    }
+    fail("BadText", "Argument " + std::to_string(i) + " \"" + shown +
+                        "\" is not UTF-8 text (bad byte at offset " +
+                        std::to_string(at) + ").");
+  }
+}
 
-int main(int argc, char** argv) {
+// A closed stdout or stderr would let the next file opened take its number,
+// and output meant for the terminal would then go to that file. Each closed
+// one is held by /dev/null opened read-only, so writes to it still fail.
+void holdStandardDescriptors() {
+  for (int fd = 0; fd <= 2; ++fd) {
+    if (::fcntl(fd, F_GETFD) == -1 && errno == EBADF) {
+      if (::open("/dev/null", O_RDONLY) != fd) return;
+    }
+  }
+}
+
+// Whatever went to stdout must have been written: a full disk or a closed
+// stdout is a failure, not a silent exit 0. Both the C++ stream and the C
+// stream (printf) are flushed and checked.
+bool writeFailed(std::string& why) {
+  errno = 0;
+  std::cout.flush();
+  int error = errno;
+  if (std::fflush(stdout) != 0 && error == 0) error = errno;
+  if (std::cout && !std::ferror(stdout)) return false;
+  why = error != 0 ? std::strerror(error) : "write error";
+  return true;
+}
+
+int run(int argc, char** argv) {
+  try {
+    checkArguments(argc, argv);
+  } catch (const ToolError& e) {
+    reportError(e.identifier, e.message);
+    return 2;
+  }
   Options o;
   CLI::App app{
       "kvdt: time points in TAI, UTC, TT and TDB from the command line."};
   app.require_subcommand(1);
   app.fallthrough();
   app.add_flag("--json", o.json, "Write the result as JSON");
+  app.set_version_flag("--version", "kvdt " KVDT_VERSION);
 
   const auto addList = [&o](CLI::App* sub) {
     sub->add_option("--leap-seconds-list", o.list,
-                    "A leap-seconds.list file to use instead of the built-in "
-                    "schedule");
+                    "A leap-seconds.list file (or - for standard input) to "
+                    "use instead of the built-in schedule");
   };
   const auto addStorage = [&o](CLI::App* sub) {
     sub->add_option("--epoch", o.epoch, "1970, 1900, 1958, jd, mjd or j2000")
@@ -548,7 +602,9 @@ int main(int argc, char** argv) {
       ->required();
   addStorage(step);
   step->add_option("--step", o.step, "Seconds per step")->capture_default_str();
-  step->add_option("--count", o.count, "Number of steps shown")
+  step->add_option("--count", o.count,
+                   "Number of steps shown; times the standards shown at most "
+                   "1000000")
       ->capture_default_str();
   step->add_option("--show", o.show, "Standards shown, comma-separated")
       ->capture_default_str();
@@ -561,6 +617,8 @@ int main(int argc, char** argv) {
   } catch (const CLI::CallForHelp& e) {
     return app.exit(e);
   } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion& e) {
     return app.exit(e);
   } catch (const CLI::ParseError& e) {
     // CLI11 reports a mistyped subcommand as a missing one; name it.
@@ -594,4 +652,18 @@ int main(int argc, char** argv) {
     reportError("Korvane:kvdt:Failed", "An unknown error occurred.");
   }
   return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  holdStandardDescriptors();
+  const int status = run(argc, argv);
+  std::string why;
+  if (writeFailed(why)) {
+    reportError("Korvane:kvdt:WriteFailed",
+                "Cannot write the output: " + why + ".");
+    return 2;
+  }
+  return status;
 }

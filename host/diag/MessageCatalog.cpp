@@ -31,9 +31,10 @@ constexpr std::array kCatalog = {
     CatalogEntry{"Korvane:DateTime:BadLeapSecondBoolTimestamp",
                  "The value is marked as a leap second, but it is not the last "
                  "second of 30 June or 31 December."},
-    CatalogEntry{"Korvane:DateTime:BadLeapSecondListDate",
-                 "Line {0} of the leap-second list is not at 00:00 on 1 January "
-                 "or 1 July, later than the line before it."},
+    CatalogEntry{
+        "Korvane:DateTime:BadLeapSecondListDate",
+        "Line {0} of the leap-second list is not at 00:00 on 1 January "
+        "or 1 July, later than the line before it."},
     CatalogEntry{"Korvane:DateTime:BadLeapSecondListEmpty",
                  "The leap-second list has no data lines (line {0} is past its "
                  "end)."},
@@ -166,6 +167,55 @@ std::string toUtf8(std::u16string_view text) {
     } else {
       appendUtf8(out, unit);
     }
+  }
+  return out;
+}
+
+std::optional<std::u16string> toUtf16(std::string_view utf8,
+                                      std::size_t* invalidAt) {
+  std::u16string out;
+  out.reserve(utf8.size());
+  for (std::size_t i = 0; i < utf8.size();) {
+    const auto byte = [&](std::size_t k) {
+      return static_cast<unsigned char>(utf8[i + k]);
+    };
+    const unsigned char lead = byte(0);
+    // Sequence length, and the first continuation byte's bounds, which rule
+    // out overlong forms (E0, F0), surrogates (ED) and values past U+10FFFF
+    // (F4) without decoding first.
+    int n = 0;
+    unsigned char low = 0x80, high = 0xBF;
+    if (lead < 0x80) {
+      n = 1;
+    } else if (lead >= 0xC2 && lead <= 0xDF) {
+      n = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      n = 3;
+      if (lead == 0xE0) low = 0xA0;
+      if (lead == 0xED) high = 0x9F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      n = 4;
+      if (lead == 0xF0) low = 0x90;
+      if (lead == 0xF4) high = 0x8F;
+    }
+    bool ok = n > 0 && i + n <= utf8.size();
+    for (int k = 1; ok && k < n; ++k) {
+      ok = k == 1 ? byte(1) >= low && byte(1) <= high
+                  : byte(k) >= 0x80 && byte(k) <= 0xBF;
+    }
+    if (!ok) {
+      if (invalidAt) *invalidAt = i;
+      return std::nullopt;
+    }
+    char32_t cp = n == 1 ? lead : lead & (0x7F >> n);
+    for (int k = 1; k < n; ++k) cp = (cp << 6) | (byte(k) & 0x3F);
+    if (cp >= 0x10000) {
+      out += static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
+      out += static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
+    } else {
+      out += static_cast<char16_t>(cp);
+    }
+    i += static_cast<std::size_t>(n);
   }
   return out;
 }

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <bit>
 #include <cfloat>
+#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace FXP {
 
@@ -557,6 +559,89 @@ std::array<std::uint32_t, 4> DataValue::getFatVal() const {
   return {
       static_cast<std::uint32_t>(lo_), static_cast<std::uint32_t>(lo_ >> 32),
       static_cast<std::uint32_t>(hi_), static_cast<std::uint32_t>(hi_ >> 32)};
+}
+
+DataValue DataValue::fromStoredSigned(const DataType& type, Int128 stored) {
+  if (type.isDouble())
+    throw std::domain_error(
+        "FXP::DataValue::fromStoredSigned: the double type has no stored "
+        "integer");
+  if (!type.isSigned()) {
+    if (stored < 0)
+      throw std::overflow_error(
+          "FXP::DataValue::fromStoredSigned: a negative stored integer in an "
+          "unsigned type");
+    return fromStoredUnsigned(type, static_cast<UInt128>(stored));
+  }
+  if (!detail::fitsSigned128(stored, type.wordLength()))
+    throw std::overflow_error(
+        "FXP::DataValue::fromStoredSigned: the stored integer does not fit "
+        "the " +
+        std::to_string(type.wordLength()) + "-bit word");
+  return ofInt128(type, stored);
+}
+
+DataValue DataValue::fromStoredUnsigned(const DataType& type, UInt128 stored) {
+  if (type.isDouble())
+    throw std::domain_error(
+        "FXP::DataValue::fromStoredUnsigned: the double type has no stored "
+        "integer");
+  const bool fits =
+      type.isSigned()
+          ? type.wordLength() > 1 &&
+                detail::fitsUnsigned128(stored, type.wordLength() - 1)
+          : detail::fitsUnsigned128(stored, type.wordLength());
+  if (!fits && stored != 0)
+    throw std::overflow_error(
+        "FXP::DataValue::fromStoredUnsigned: the stored integer does not fit "
+        "the " +
+        std::to_string(type.wordLength()) + "-bit word");
+  return DataValue(type, static_cast<std::uint64_t>(stored),
+                   static_cast<std::uint64_t>(stored >> 64));
+}
+
+std::string DataValue::toDecimalString() const {
+  if (type_.isDouble()) {
+    char buf[32];
+    const auto r = std::to_chars(buf, buf + sizeof buf, asDouble());
+    return std::string(buf, r.ptr);
+  }
+  const bool negative = type_.isSigned() && asInt128() < 0;
+  const UInt128 raw = static_cast<UInt128>(asInt128());
+  UInt128 magnitude = negative ? ~raw + 1 : raw;
+  // Decimal digits, least significant first. stored * 2^-F is
+  // stored * 5^F / 10^F: multiplying by 5 F times (or by 2 -F times) keeps
+  // every digit exact, and the point then goes F digits from the right.
+  std::vector<std::uint8_t> digits;
+  do {
+    digits.push_back(static_cast<std::uint8_t>(magnitude % 10));
+    magnitude /= 10;
+  } while (magnitude != 0);
+  const int f = type_.fractionLength();
+  const auto scaleBy = [&digits](int factor) {
+    int carry = 0;
+    for (std::uint8_t& d : digits) {
+      const int v = d * factor + carry;
+      d = static_cast<std::uint8_t>(v % 10);
+      carry = v / 10;
+    }
+    if (carry != 0) digits.push_back(static_cast<std::uint8_t>(carry));
+  };
+  for (int i = 0; i < f; ++i) scaleBy(5);
+  for (int i = 0; i < -f; ++i) scaleBy(2);
+  const std::size_t point = f > 0 ? static_cast<std::size_t>(f) : 0;
+  while (digits.size() <= point) digits.push_back(0);
+  std::size_t low = 0;  // trailing fractional zeros are dropped
+  while (low < point && digits[low] == 0) ++low;
+  std::string text = negative ? "-" : "";
+  for (std::size_t i = digits.size(); i-- > point;)
+    text += static_cast<char>('0' + digits[i]);
+  if (low < point) {
+    text += '.';
+    for (std::size_t i = point; i-- > low;)
+      text += static_cast<char>('0' + digits[i]);
+  }
+  return text;
 }
 
 void DataValue::toCompact(void* buffer, std::size_t size) const {

@@ -6,6 +6,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "host/fxp/DataType.hpp"
 #include "host/fxp/MathControl.hpp"
@@ -100,6 +101,17 @@ class DataValue {
   // (sign extension for signed types). Throws std::domain_error for a double,
   // which has no stored integer.
   std::array<std::uint32_t, 4> getFatVal() const;
+  // The value of a fixed-point `type` whose stored integer is `stored`, for
+  // callers that hold raw stored integers (arrays of them, user input).
+  // Throws std::overflow_error when the integer is outside the type's word,
+  // std::domain_error for the double type.
+  static DataValue fromStoredSigned(const DataType& type, Int128 stored);
+  static DataValue fromStoredUnsigned(const DataType& type, UInt128 stored);
+  // The value as decimal text: a fixed-point value exactly (stored * 2^-F
+  // has a finite decimal expansion for every fraction length), "-" before a
+  // negative one, no trailing fractional zeros; a double by the shortest
+  // digits that read back to it. Allocates: for display, not hot paths.
+  std::string toDecimalString() const;
 
   // Compare exact values, across types: 1.0 as a double equals 1 in any
   // fixed-point type that holds it, so the ordering is weak.

@@ -2,6 +2,7 @@
 against pyerfa, and its array functions against its own scalar API."""
 import json
 import os
+import re
 import subprocess
 from fractions import Fraction
 
@@ -173,6 +174,14 @@ D = DateTime((2016, 12, 31, 23, 59, 59))
 BAD = [
     (lambda: DateTime((2016, 13, 1)), *kv_error("BadMonth")),
     (lambda: DateTime((2016, 12, 30, 23, 59, 60)), *kv_error("BadLeapSecond")),
+    # Leap seconds that the storage rounds out of themselves, or that the
+    # schedule never inserted.
+    (lambda: DateTime((2016, 12, 31, 23, 59, 60.5), storage="int64"),
+     *kv_error("LeapSecondLostInStorage")),
+    (lambda: kv.from_calendar([[2016, 12, 31, 23, 59, 60.99999999]]),
+     *kv_error("LeapSecondLostInStorage", 0)),
+    (lambda: DateTime((2015, 12, 31, 23, 59, 60)),
+     *kv_error("NoLeapSecondInserted")),
     (lambda: DateTime((2016, 1, 1), storage="s200:0"), ValueError, None),
     (lambda: DateTime((2016, 1, 1), storage="int64", word_length=8),
      ValueError, None),
@@ -210,6 +219,29 @@ BAD = [
     (lambda: kv.to_calendar(np.zeros(3), storage="s128:64"), TypeError, None),
     (lambda: kv.to_calendar(np.zeros(3), leap_second=[True]), ValueError,
      None),
+    # Wrong Python types reach no C++ cast unchecked: each is a TypeError
+    # with a message (NumPy's failed casts used to surface as RuntimeError).
+    (lambda: kv.to_calendar(["2016-12-31 23:59:59"]), TypeError, None),
+    (lambda: kv.format(["x"], "yyyy"), TypeError, None),
+    (lambda: kv.from_calendar([["a"] * 6]), TypeError, None),
+    (lambda: kv.convert_standard("abc"), TypeError, None),
+    (lambda: kv.to_calendar(np.zeros(3), leap_second=["x", "y", "z"]),
+     TypeError, None),
+    (lambda: D.convert(table=5), TypeError, None),
+    (lambda: DateTime((2016, 1, 1), word_length="8"), TypeError, None),
+    (lambda: DateTime((2016, 1, 1), signed="no", word_length=8), TypeError,
+     None),
+    (lambda: DateTime((2016, 1, 1), epoch=2 ** 70), ValueError, None),
+    (lambda: DateTime((2016, 1, 1), word_length=2 ** 70), ValueError, None),
+    (lambda: DateTime((2016, 1, 1, 0, 0, 10 ** 400)), OverflowError, None),
+    (lambda: D.format(b"yyyy"), TypeError, None),
+    (lambda: D.format("\ud800"), ValueError, None),
+    (lambda: kv.format(np.zeros(1), "\ud800"), ValueError, None),
+    (lambda: DateTime.from_stored(300, storage="int8"), OverflowError, None),
+    (lambda: DateTime.from_stored(-1, storage="u8:0"), OverflowError,
+     lambda e: "u8:0" in str(e)),
+    (lambda: DateTime.from_stored(2 ** 128, storage="u128:0"), OverflowError,
+     None),
 ]
 
 
@@ -220,3 +252,54 @@ def test_bad_input_raises_the_documented_exception(call, error, check):
         call()
     assert check is None or check(info.value), info.value
     assert (D.stored, D.leap_second, D.to_compact()) == before
+
+
+@pytest.mark.parametrize("mark", ["\ufffe", "\ufeff"])
+def test_batch_format_keeps_a_leading_byte_order_mark_as_text(mark):
+    values = np.array([1483228799.0, 0.0])
+    want = [DateTime.from_stored(v).format(mark + "yyyy-MM-dd") for v in values]
+    assert want == [mark + "2016-12-31", mark + "1970-01-01"]
+    assert kv.format(values, mark + "yyyy-MM-dd") == want
+    assert kv.format(values, "'x'" + mark + "yyyy") == ["x" + mark + "2016",
+                                                       "x" + mark + "1970"]
+
+
+def test_stored_integers_at_the_edges_of_the_word_round_trip():
+    for storage, low, high in [("s128:0", -2 ** 127, 2 ** 127 - 1),
+                               ("u128:0", 0, 2 ** 128 - 1),
+                               ("int8", -128, 127), ("u64:0", 0, 2 ** 64 - 1)]:
+        for v in (low, high):
+            assert DateTime.from_stored(v, storage=storage).stored == v
+        for v in (low - 1, high + 1):
+            with pytest.raises(OverflowError):
+                DateTime.from_stored(v, storage=storage)
+
+
+def test_repr_of_a_value_past_the_calendar_shows_the_stored_value():
+    far = DateTime((2016, 1, 1)).add(1e300)
+    assert repr(far) == ("<DateTime stored %r, reading out of range, epoch "
+                         "0, storage double>" % far.stored)
+    # Fixed point exactly: (2^127 - 1) / 2^64 has 64 decimals, read back
+    # here as a Fraction.
+    top = DateTime.from_stored(2 ** 127 - 1, storage="s128:64")
+    text = re.fullmatch(r"<DateTime stored ([0-9.]+), reading out of range, "
+                        r"epoch 0, storage s128:64>", repr(top)).group(1)
+    assert Fraction(text) == Fraction(2 ** 127 - 1, 2 ** 64)
+    assert DateTime((2016, 1, 1)) != 1 and not DateTime((2016, 1, 1)) == "x"
+
+
+# A count a hair below a whole minute is read as people read it: second
+# 59.999..., never 60 outside a leap second (the stored-value read-back
+# rounds it up to 60).
+@pytest.mark.parametrize("value,storage,text", [
+    (-1e-17, None, "1969-12-31 23:59:59.999"),
+    ((1434369600 << 64) - 1, "s128:64", "2015-06-15 11:59:59.999"),
+])
+def test_a_hair_below_a_minute_never_reads_second_sixty(value, storage, text):
+    t = DateTime.from_stored(value, storage=storage)
+    assert t.format("yyyy-MM-dd HH:mm:ss.SSS") == text
+    assert 59.99 < t.to_calendar()[5] < 60.0
+    if storage is None:
+        row = kv.to_calendar(np.array([value]))[0]
+        assert 59.99 < row[5] < 60.0
+        assert kv.format(np.array([value]), "HH:mm:ss.SSS")[0] == text[-12:]

@@ -12,10 +12,17 @@ KVDT, README = sys.argv[1], sys.argv[2]
 failures = []
 
 
-def run(args):
+def run(args, **kw):
     p = subprocess.run([KVDT] + args, capture_output=True, text=True,
-                       timeout=60)
+                       errors="surrogateescape", timeout=60, **kw)
     return p.returncode, p.stdout, p.stderr
+
+
+def argv_of(command):
+    """A shell-quoted command; bytes for arguments that are not UTF-8."""
+    if isinstance(command, str):
+        return shlex.split(command)
+    return [a.encode("latin-1") for a in shlex.split(command.decode("latin-1"))]
 
 
 def check(cond, what):
@@ -42,15 +49,16 @@ check(examples >= 5, f"only {examples} kvdt examples found in the README")
 # 2; a clock that overflows has printed the steps before.
 R = "'2016-12-31 23:59:59'"
 BAD = [("bogus", "kvdt:UnknownSubcommand"), ("convert", "kvdt:BadArguments"),
-       ("convert yesterday", "kvdt:BadReading"),
-       ("convert '2016-12-31 23:59'", "kvdt:BadReading"),
+       ("convert yesterday", "DateTime:BadReadingText"),
+       ("convert '2016-12-31 23:59'", "DateTime:BadReadingText"),
        ("convert '2016-12-31 23:59:60' --standard tai", "DateTime:BadSecond"),
        (f"convert {R} --epoch 1971", "kvdt:UnknownEpoch"),
        (f"convert {R} --to-standard gps", "kvdt:UnknownStandard"),
        (f"convert {R} --type s200.0", "kvdt:UnknownType"),
-       (f"convert {R} --type u8.0", "kvdt:OutOfRange"),
-       ("convert nan", "kvdt:BadValue"),
-       ("convert '2016-12-31 23:59:60.5' --to-type s16.0", "kvdt:OutOfRange"),
+       (f"convert {R} --type u8.0", "DateTime:ReadingOutOfStorageRange"),
+       ("convert nan", "DateTime:StoredCountOutOfRange"),
+       ("convert '2016-12-31 23:59:60.5' --to-type s16.0",
+        "DateTime:ReadingOutOfStorageRange"),
        ("leap-seconds --leap-seconds-list /", "kvdt:CannotReadList"),
        ("leap-seconds --leap-seconds-list /none/list", "kvdt:CannotReadList"),
        (f"convert {R} --to-standard tdb",
@@ -59,12 +67,52 @@ BAD = [("bogus", "kvdt:UnknownSubcommand"), ("convert", "kvdt:BadArguments"),
        ("check-format eeeeee", "DateTime:InvalidDayOfWeekToken"),
        (f"step {R} --count 0", "kvdt:BadCount"),
        (f"step {R} --step nan", "kvdt:BadStep"),
-       (f"step {R} --step 1e9 --count 3 --type s32.0", "kvdt:Overflow")]
+       (f"step {R} --step 1e9 --count 3 --type s32.0", "kvdt:Overflow"),
+       # Caught before the first row, not after printing the rows that fit.
+       (f"step {R} --step 2e11 --count 3 --type int64", "DateTime:BadYear"),
+       (f"step {R} --count 1000 --show " + ",".join(["utc"] * 1001),
+        "kvdt:BadCount"),
+       ("convert 300 --type int8", "DateTime:StoredCountOutOfRange"),
+       ("convert -1e30 --type int8", "DateTime:StoredCountOutOfRange"),
+       ("convert 1e300 --type u128:0", "DateTime:StoredCountOutOfRange"),
+       ("leap-seconds --leap-seconds-list /dev/zero", "kvdt:CannotReadList"),
+       # A leap second that the target storage rounds out of itself, and a
+       # second 60 where none was inserted.
+       ("convert '2016-12-31 23:59:60.5' --to-type int64 --to-standard tai",
+        "DateTime:LeapSecondLostInStorage"),
+       ("convert '2016-12-31 23:59:60.5' --type int64",
+        "DateTime:LeapSecondLostInStorage"),
+       ("convert '2015-12-31 23:59:60'", "DateTime:NoLeapSecondInserted"),
+       ("convert 1e15", "DateTime:BadYear"),
+       (b"format \"'\xc3' yyyy\" '2016-01-01 00:00:00'", "kvdt:BadText"),
+       (b"--json format \"'\xc3' yyyy\" '2016-01-01 00:00:00'",
+        "kvdt:BadText"),
+       (b"convert '2016-01-01 00:00:00' --format \"yyyy '\xed\xa0\x80'\"",
+        "kvdt:BadText"),
+       (b"check-format \"'\xf0\x9f\x98'\"", "kvdt:BadText"),
+       (b"convert '2016\xff-01-01 00:00:00'", "kvdt:BadText")]
 for command, ident in BAD:
-    rc, out, err = run(shlex.split(command))
-    check(rc == 2 and err.startswith(f"Korvane:{ident}: ") and
-          (out == "" or command.startswith("step")) and
+    rc, out, err = run(argv_of(command))
+    check(rc == 2 and err.startswith(f"Korvane:{ident}: ") and out == "" and
           len(err.splitlines()) == 1, f"{command}: {rc} {err!r}, not {ident}")
+
+# Output that cannot be written is a failure, whatever printed it: a full
+# device, or no stdout at all (closed in the child before kvdt starts).
+WRITERS = [f"convert {R}", f"format yyyy {R}", "check-format yyyy",
+           "leap-seconds", f"step {R} --count 3"]
+for command in [w + j for w in WRITERS for j in ("", " --json")] + [
+        "--help", "step --help", "--json --help"]:
+    for sink, how in (("/dev/full", {"stdout": None}),
+                      ("closed", {"preexec_fn": lambda: os.close(1)})):
+        with open("/dev/full", "w") as full:
+            p = subprocess.run(
+                [KVDT] + shlex.split(command), stderr=subprocess.PIPE,
+                stdout=full if sink == "/dev/full" else subprocess.DEVNULL,
+                text=True, timeout=60,
+                **{k: v for k, v in how.items() if k != "stdout"})
+        check(p.returncode == 2 and
+              re.fullmatch(r"Korvane:kvdt:WriteFailed: .+\n", p.stderr),
+              f"{command} > {sink}: {p.returncode} {p.stderr!r}")
 
 for command in ("convert '2016-12-31 23:59:60.5' --to-standard tai",
                 "format yyyy-MM-dd '2016-12-31 23:59:60.5'",
@@ -75,6 +123,14 @@ for command in ("convert '2016-12-31 23:59:60.5' --to-standard tai",
           f"--json {command}: {rc} {out!r}")
 entries = json.loads(run(["leap-seconds", "--json"])[1])["entries"]
 check(len(entries) == 27 and entries[-1]["total"] == 27, "27 built-in entries")
+
+# A count a hair below a whole minute reads as second 59.999..., never as
+# second 60 outside a leap second.
+for value, storage in (("-1e-17", "double"), ("-1e-20", "double"),
+                       ("-0.0000001", "s64:40")):
+    rc, out, _ = run(["convert", "--type", storage, "--", value])
+    check(rc == 0 and out.startswith("1969-12-31 23:59:59.99999"),
+          f"convert {value} --type {storage}: {rc} {out!r}")
 
 # A double day count must still land each step on the right side of the
 # leap second's edges.
@@ -119,6 +175,23 @@ with tempfile.TemporaryDirectory() as d:
                        [write_list(d, "bad", 7000000000, 28, broken=True)])
     check(rc == 2 and out == "" and err.startswith("Korvane:DateTime:"
           "BadLeapSecondListLine: Line 4 "), f"malformed list: {rc} {err!r}")
+
+    # A list bigger than any published one is refused before it is parsed;
+    # standard input is read like a file.
+    big = os.path.join(d, "big")
+    with open(big, "w") as f:
+        f.write("#\n" * (1 << 20))
+    rc, out, err = run(["leap-seconds", "--leap-seconds-list", big])
+    check(rc == 2 and out == "" and
+          err.startswith("Korvane:kvdt:ListTooLarge: "), f"big list: {err!r}")
+    with open(write_list(d, "stdin", 7000000000, 29)) as f:
+        rc, out, err = run(["leap-seconds", "--leap-seconds-list", "-"],
+                           stdin=f)
+    check(rc == 0 and out.splitlines()[-1].startswith("2029-12-31"),
+          f"list on stdin: {rc} {err!r}")
+
+rc, out, err = run(["--version"])
+check(rc == 0 and re.fullmatch(r"kvdt \d+\.\d+\.\d+\n", out), f"--version: {out!r}")
 
 print("".join(f"FAILED: {f}\n" for f in failures), end="")
 print(f"{examples} README examples, {len(BAD)} bad inputs checked")

@@ -80,3 +80,112 @@ TEST(DataValueEdge, DoubleShortcutsSaturateAndGivePositiveZero) {
 }
 
 }  // namespace
+
+namespace {
+
+// The decimal text read back with Boost's integers: digits D with k of them
+// after the point stand for D / 10^k, which must equal stored * 2^-F.
+Rational readDecimal(const std::string& text) {
+  Rational r;
+  const bool negative = !text.empty() && text[0] == '-';
+  long fraction = -1;
+  for (std::size_t i = negative ? 1 : 0; i < text.size(); ++i) {
+    if (text[i] == '.') {
+      fraction = 0;
+      continue;
+    }
+    r.num = r.num * 10 + (text[i] - '0');
+    if (fraction >= 0) {
+      r.den *= 10;
+      ++fraction;
+    }
+  }
+  if (negative) r.num = -r.num;
+  return r;
+}
+
+cpp_int storedOf(const DataValue& v) {
+  const auto w = v.getFatVal();
+  cpp_int n = 0;
+  for (int i = 3; i >= 0; --i) n = (n << 32) + w[i];
+  if (v.getDataType().isSigned() && (w[3] >> 31)) n -= cpp_int(1) << 128;
+  return n;
+}
+
+TEST(DataValueText, DecimalTextIsExactForEveryFractionLength) {
+  const Int128 one = 1;
+  struct Case {
+    bool isSigned;
+    int word, fraction;
+    Int128 stored;
+  };
+  const Case cases[] = {{true, 8, 1, -3},
+                        {true, 8, 0, -128},
+                        {false, 128, 0, -1},  // all 128 bits set: 2^128 - 1
+                        {true, 128, 127, one << 126},
+                        {true, 128, 127, -(one << 126) * 2},
+                        {true, 16, -3, 5},
+                        {true, 16, -128, -32768},
+                        {false, 8, 256, 1},
+                        {true, 64, 20, 1483228799LL << 20 | 0x80000},
+                        {true, 64, 32, 0},
+                        {false, 64, 64, -1}};
+  for (const Case& c : cases) {
+    const DataType t = DataType::fixedT(c.isSigned, c.word, c.fraction);
+    const DataValue v =
+        c.isSigned ? DataValue::fromStoredSigned(t, c.stored)
+                   : DataValue::fromStoredUnsigned(
+                         t, static_cast<UInt128>(c.stored) &
+                                (c.word == 128 ? ~UInt128{0}
+                                               : (UInt128{1} << c.word) - 1));
+    const std::string text = v.toDecimalString();
+    SCOPED_TRACE(text);
+    EXPECT_EQ(readDecimal(text), times2(Rational{storedOf(v)}, -c.fraction));
+    const auto point = text.find('.');
+    if (point != std::string::npos) {
+      EXPECT_NE(text.back(), '0');
+      EXPECT_NE(text.back(), '.');
+    }
+    EXPECT_NE(text.substr(0, 2), "-0");  // no negative zero, no lead zeros
+  }
+  EXPECT_EQ(
+      DataValue::fromDouble(DataType::doubleT(), 0.1, {}).toDecimalString(),
+      "0.1");
+}
+
+TEST(DataValueText, StoredIntegersOutsideTheWordAreRefused) {
+  const Int128 one = 1;
+  struct Case {
+    bool isSigned;
+    int word;
+    Int128 low, high;  // the first and last stored integers that fit
+  };
+  const Case cases[] = {{true, 8, -128, 127},
+                        {false, 8, 0, 255},
+                        {true, 1, -1, 0},
+                        {true, 127, -(one << 126), (one << 126) - 1}};
+  for (const Case& c : cases) {
+    const DataType t = DataType::fixedT(c.isSigned, c.word, 3);
+    SCOPED_TRACE(c.word);
+    for (Int128 ok : {c.low, c.high}) {
+      EXPECT_EQ(storedOf(DataValue::fromStoredSigned(t, ok)), cpp_int(ok));
+    }
+    EXPECT_THROW(DataValue::fromStoredSigned(t, c.low - 1),
+                 std::overflow_error);
+    EXPECT_THROW(DataValue::fromStoredSigned(t, c.high + 1),
+                 std::overflow_error);
+    EXPECT_THROW(
+        DataValue::fromStoredUnsigned(t, static_cast<UInt128>(c.high) + 1),
+        std::overflow_error);
+  }
+  const DataType u128 = DataType::fixedT(false, 128, 0);
+  EXPECT_EQ(storedOf(DataValue::fromStoredUnsigned(u128, ~UInt128{0})),
+            (cpp_int(1) << 128) - 1);
+  EXPECT_THROW(DataValue::fromStoredUnsigned(DataType::fixedT(true, 128, 0),
+                                             UInt128{1} << 127),
+               std::overflow_error);
+  EXPECT_THROW(DataValue::fromStoredSigned(DataType::doubleT(), 0),
+               std::domain_error);
+}
+
+}  // namespace
