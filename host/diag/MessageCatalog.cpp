@@ -65,6 +65,8 @@ constexpr std::array kCatalog = {
                  "The year must be a whole number from 1400 to 9999."},
     CatalogEntry{"Korvane:DateTime:BadYearModelConfig",
                  "A model time must be in the year 1972 or later."},
+    CatalogEntry{"Korvane:DateTime:BatchElementFailed",
+                 "Element {0} of the array failed: {1}"},
     CatalogEntry{"Korvane:DateTime:InvalidDayOfWeekToken",
                  "The format \"{0}\" has a run of six or more 'e' letters; the "
                  "day of the week takes 1 to 5."},
