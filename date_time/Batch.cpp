@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <vector>
 
@@ -283,6 +284,18 @@ constexpr std::int64_t kLastDay =
 // The day count shifted to 0000-03-01, where the civil algorithm starts.
 constexpr double kMarchZero = 719468.0;
 
+// Four doubles as one value of the compiler's vector extension: a shuffle of
+// two of them is one or two instructions on every path.
+typedef double Quad __attribute__((vector_size(32)));
+// (By reference: a vector passed by value would change the calling
+// convention between the paths.)
+KVDT_INLINE void loadQuad(Quad& q, const double* p) {
+  std::memcpy(&q, p, sizeof q);
+}
+KVDT_INLINE void storeQuad(double* p, const Quad& q) {
+  std::memcpy(p, &q, sizeof q);
+}
+
 // Stored seconds to the calendar, as detail::calendarOf computes it, for
 // values whose whole seconds it takes without a diagnostic.
 struct ToCalendarArgs {
@@ -291,7 +304,7 @@ struct ToCalendarArgs {
   double offset;  // seconds from the calendar's 1400-01-01 to floor(value)'s 0
   bool tt;
   double* cols;  // six columns of kChunk
-  unsigned char* unusual;
+  std::int64_t* unusual;
   double* out;  // n rows of six
 };
 
@@ -303,7 +316,7 @@ KVDT_INLINE void toCalendarChunk(const ToCalendarArgs& a) {
   const std::size_t n = a.n;
   const double offset = a.offset;
   const double* __restrict in = a.in;
-  unsigned char* __restrict unusual = a.unusual;
+  std::int64_t* __restrict unusual = a.unusual;
   double* __restrict year = a.cols;
   double* __restrict month = a.cols + kChunk;
   double* __restrict day = a.cols + 2 * kChunk;
@@ -352,7 +365,32 @@ KVDT_INLINE void toCalendarChunk(const ToCalendarArgs& a) {
     minute[i] = m.q;
     second[i] = m.r + frac;
   }
-  for (std::size_t i = 0; i < n; ++i) {
+  // Columns to rows four at a time, by shuffles of whole vectors: one
+  // store a row field by field would be six.
+  std::size_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    Quad y, mo, d, h, mi, s;
+    loadQuad(y, year + i);
+    loadQuad(mo, month + i);
+    loadQuad(d, day + i);
+    loadQuad(h, hour + i);
+    loadQuad(mi, minute + i);
+    loadQuad(s, second + i);
+    const Quad ym01 = __builtin_shufflevector(y, mo, 0, 4, 1, 5);
+    const Quad ym23 = __builtin_shufflevector(y, mo, 2, 6, 3, 7);
+    const Quad dh01 = __builtin_shufflevector(d, h, 0, 4, 1, 5);
+    const Quad dh23 = __builtin_shufflevector(d, h, 2, 6, 3, 7);
+    const Quad ms01 = __builtin_shufflevector(mi, s, 0, 4, 1, 5);
+    const Quad ms23 = __builtin_shufflevector(mi, s, 2, 6, 3, 7);
+    double* row = out + 6 * i;
+    storeQuad(row, Quad(__builtin_shufflevector(ym01, dh01, 0, 1, 4, 5)));
+    storeQuad(row + 4, Quad(__builtin_shufflevector(ms01, ym01, 0, 1, 6, 7)));
+    storeQuad(row + 8, Quad(__builtin_shufflevector(dh01, ms01, 2, 3, 6, 7)));
+    storeQuad(row + 12, Quad(__builtin_shufflevector(ym23, dh23, 0, 1, 4, 5)));
+    storeQuad(row + 16, Quad(__builtin_shufflevector(ms23, ym23, 0, 1, 6, 7)));
+    storeQuad(row + 20, Quad(__builtin_shufflevector(dh23, ms23, 2, 3, 6, 7)));
+  }
+  for (; i < n; ++i) {
     double* row = out + 6 * i;
     row[0] = year[i];
     row[1] = month[i];
@@ -383,7 +421,7 @@ struct FromCalendarArgs {
   double epochSecond;  // less the standard's whole-second shift
   bool tt;
   double* cols;  // six columns of kChunk
-  unsigned char* unusual;
+  std::int64_t* unusual;
   double* out;
 };
 
@@ -393,7 +431,7 @@ KVDT_INLINE void fromCalendarChunk(const FromCalendarArgs& a) {
   const std::size_t n = a.n;
   const double epochDay = a.epochDay, epochSecond = a.epochSecond;
   const double* __restrict in = a.in;
-  unsigned char* __restrict unusual = a.unusual;
+  std::int64_t* __restrict unusual = a.unusual;
   double* __restrict out = a.out;
   double* __restrict cols = a.cols;
   // Rows into columns first: the vector loop below then reads each field
@@ -466,7 +504,7 @@ struct ShiftArgs {
   std::size_t n;
   double low, high;  // the stretch: low <= value < high
   double shift, shiftFlagged;
-  unsigned char* unusual;
+  std::int64_t* unusual;
   double* out;
 };
 
@@ -477,7 +515,7 @@ struct ShiftKernel {
     const double low = a.low, high = a.high, shift = a.shift,
                  shiftFlagged = a.shiftFlagged;
     const double* __restrict in = a.in;
-    unsigned char* __restrict unusual = a.unusual;
+    std::int64_t* __restrict unusual = a.unusual;
     double* __restrict out = a.out;
     if (a.flags == nullptr) {
       for (std::size_t i = 0; i < n; ++i) {
@@ -583,7 +621,7 @@ void toCalendarOn(Path path, std::span<const double> stored, Epoch epoch,
   const KvDateTime::detail::EpochInstant& ref =
       KvDateTime::detail::epochReference(epoch);
   double columns[6 * kChunk];
-  unsigned char unusual[kChunk];
+  std::int64_t unusual[kChunk];
   ToCalendarArgs a{};
   a.offset = double((ref.day - kFirstDay) * 86400 + ref.secondOfDay -
                     (ts == TimeStandard::UTC ? 10 : 0));
@@ -620,7 +658,7 @@ void fromCalendarOn(Path path, bool checked, std::span<const double> calendar,
   const KvDateTime::detail::EpochInstant& ref =
       KvDateTime::detail::epochReference(epoch);
   double columns[6 * kChunk];
-  unsigned char unusual[kChunk];
+  std::int64_t unusual[kChunk];
   FromCalendarArgs a{};
   a.cols = columns;
   a.epochDay = double(ref.day);
@@ -712,7 +750,7 @@ void convertStandardOn(Path path, std::span<const double> stored, Epoch epoch,
     return;
   }
   const std::vector<double>& th = s.thresholds;
-  unsigned char unusual[kChunk];
+  std::int64_t unusual[kChunk];
   ShiftArgs a{};
   a.flags = leapSecond.empty() ? nullptr : leapSecond.data();
   a.unusual = unusual;
