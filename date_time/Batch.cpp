@@ -455,15 +455,20 @@ KVDT_INLINE void fromCalendarChunk(const FromCalendarArgs& a) {
     const bool whole = (std::floor(yy) == yy) & (std::floor(mm) == mm) &
                        (std::floor(dd) == dd) & (std::floor(hh) == hh) &
                        (std::floor(mn) == mn);
-    // detail::isLeapYear and detail::monthLength.
-    const bool leap = ((yy - 4.0 * std::floor(yy * 0.25) == 0.0) &
-                       (floorDiv(yy, 100.0).r != 0.0)) |
-                      (floorDiv(yy, 400.0).r == 0.0);
+    // detail::isLeapYear and detail::monthLength, as selects of doubles.
+    const double r4 = yy - 4.0 * std::floor(yy * 0.25);
+    const double r100 = floorDiv(yy, 100.0).r, r400 = floorDiv(yy, 400.0).r;
+    const double february = r400 == 0.0   ? 29.0
+                            : r100 == 0.0 ? 28.0
+                            : r4 == 0.0   ? 29.0
+                                          : 28.0;
     const double odd = mm - 2.0 * std::floor(mm * 0.5);
-    const double length = mm == 2.0  ? (leap ? 29.0 : 28.0)
+    const double length = mm == 2.0  ? february
                           : mm < 8.0 ? 30.0 + odd
                                      : 31.0 - odd;
-    unusual[i] = !(inRange & whole & (dd <= length));
+    // A bit per reason, each a select: written as one negated conjunction
+    // the mark came out as branches, and the loop was not vectorised.
+    unusual[i] = (inRange ? 0 : 1) | (whole ? 0 : 2) | (dd <= length ? 0 : 4);
     // KvDateTime::detail::daysFromCivil.
     const bool janFeb = mm <= 2.0;
     const double ym = janFeb ? yy - 1.0 : yy;
@@ -536,8 +541,13 @@ struct ShiftKernel {
   }
 };
 
+// GCC would otherwise keep to 256-bit vectors; clang takes no such option.
+#if defined(__clang__)
+#define KVDT_AVX512_TARGET "avx512f,avx512dq,avx512vl,avx512bw"
+#else
 #define KVDT_AVX512_TARGET \
   "avx512f,avx512dq,avx512vl,avx512bw,prefer-vector-width=512"
+#endif
 
 template <typename K>
 [[gnu::noinline]] void runPortable(const typename K::Args& a) {
