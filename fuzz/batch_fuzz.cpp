@@ -12,7 +12,6 @@
 #include <cstring>
 #include <exception>
 #include <string>
-#include <typeinfo>
 #include <vector>
 
 #include "date_time/Batch.hpp"
@@ -23,24 +22,16 @@
 #include "date_time/TimeStandardConverter.hpp"
 #include "date_time/diagnostics/Raise.hpp"
 #include "fuzz/FuzzSupport.hpp"
+#include "tests/date_time/BatchFailure.hpp"
 
 namespace {
 
 using namespace KvDateTime;
 using Batch::detail::Path;
-using foundation::core::except::IException;
 using FXP::DataType;
 using FXP::DataValue;
 
-std::string failureOf(std::exception_ptr p) {
-  try {
-    std::rethrow_exception(p);
-  } catch (const IException& e) {
-    return e.identifier();
-  } catch (const std::exception& e) {
-    return typeid(e).name();
-  }
-}
+using kvbatchtest::failureOf;
 
 // The first failing element and its failure, or (n, "") for none.
 struct Outcome {
@@ -52,19 +43,13 @@ template <typename F>
 Outcome outcomeOfBatch(std::size_t n, F&& f) {
   try {
     f();
-    return {n, ""};
-  } catch (const IException& e) {
-    KVFUZZ_CHECK(e.identifier() == "Korvane:DateTime:BatchElementFailed",
-                 e.identifier());
-    const auto index = std::get<std::int64_t>(e.arguments().at(0));
-    try {
-      std::rethrow_if_nested(e);
-    } catch (...) {
-      return {static_cast<std::size_t>(index),
-              failureOf(std::current_exception())};
-    }
-    kvfuzz::fail("a nested cause", __FILE__, __LINE__, "");
+  } catch (...) {
+    const kvbatchtest::BatchFailure b =
+        kvbatchtest::batchFailureOf(std::current_exception());
+    KVFUZZ_CHECK(b.index >= 0, b.cause);
+    return {static_cast<std::size_t>(b.index), b.cause};
   }
+  return {n, ""};
 }
 
 void checkSame(const Outcome& got, const Outcome& want, const char* what) {
@@ -77,6 +62,20 @@ void checkSame(const Outcome& got, const Outcome& want, const char* what) {
 void checkBytes(const void* got, const void* want, std::size_t size,
                 const char* what) {
   KVFUZZ_CHECK(size == 0 || std::memcmp(got, want, size) == 0, what);
+}
+
+// Runs call(path, out) on every path the processor has, out holding
+// `width` doubles a value, and holds each to the scalar outcome and values.
+template <typename Call>
+void onEveryPath(std::size_t n, std::size_t width, const Outcome& scalar,
+                 const void* want, const char* what, Call&& call) {
+  for (Path path : {Path::Portable, Path::Avx2, Path::Avx512}) {
+    if (!Batch::detail::pathSupported(path)) continue;
+    std::vector<double> out(width * n);
+    checkSame(outcomeOfBatch(n, [&] { call(path, std::span<double>(out)); }),
+              scalar, what);
+    checkBytes(out.data(), want, width * sizeof(double) * scalar.index, what);
+  }
 }
 
 DataType anyType(FuzzedDataProvider& in) {
@@ -157,18 +156,11 @@ void toCalendarCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard ts,
   checkBytes(got.data(), want.data(), 6 * sizeof(double) * scalar.index,
              "toCalendar rows");
   if (!type.isDouble()) return;
-  for (Path path : {Path::Portable, Path::Avx2, Path::Avx512}) {
-    if (!Batch::detail::pathSupported(path)) continue;
-    std::vector<double> onPath(6 * n);
-    checkSame(outcomeOfBatch(n,
-                             [&] {
-                               Batch::detail::toCalendarOn(path, doubles, epoch,
-                                                           ts, onPath, {fl, n});
-                             }),
-              scalar, "toCalendar on a path");
-    checkBytes(onPath.data(), want.data(), 6 * sizeof(double) * scalar.index,
-               "toCalendar rows on a path");
-  }
+  onEveryPath(
+      n, 6, scalar, want.data(), "toCalendar on a path",
+      [&](Path path, std::span<double> out) {
+        Batch::detail::toCalendarOn(path, doubles, epoch, ts, out, {fl, n});
+      });
 }
 
 void fromCalendarCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard ts,
@@ -229,18 +221,11 @@ void fromCalendarCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard ts,
   checkBytes(gotFlags.data(), wantFlags.data(), scalar.index,
              "fromCalendar flags");
   if (!type.isDouble()) return;
-  for (Path path : {Path::Portable, Path::Avx2, Path::Avx512}) {
-    if (!Batch::detail::pathSupported(path)) continue;
-    std::vector<double> onPath(n);
-    checkSame(outcomeOfBatch(n,
-                             [&] {
-                               Batch::detail::fromCalendarOn(
-                                   path, checked, rows, epoch, ts, onPath, fl);
-                             }),
-              scalar, "fromCalendar on a path");
-    checkBytes(onPath.data(), want.data(), 8 * scalar.index,
-               "fromCalendar values on a path");
-  }
+  onEveryPath(n, 1, scalar, want.data(), "fromCalendar on a path",
+              [&](Path path, std::span<double> out) {
+                Batch::detail::fromCalendarOn(path, checked, rows, epoch, ts,
+                                              out, fl);
+              });
 }
 
 void convertCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard from,
@@ -319,19 +304,11 @@ void convertCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard from,
   checkBytes(gotFlags.data(), wantFlags.data(), scalar.index,
              "convertStandard flags");
   if (!type.isDouble()) return;
-  for (Path path : {Path::Portable, Path::Avx2, Path::Avx512}) {
-    if (!Batch::detail::pathSupported(path)) continue;
-    std::vector<double> onPath(n);
-    checkSame(outcomeOfBatch(n,
-                             [&] {
-                               Batch::detail::convertStandardOn(
-                                   path, doubles, epoch, from, to, table,
-                                   onPath, {fl, n}, flOut);
-                             }),
-              scalar, "convertStandard on a path");
-    checkBytes(onPath.data(), want.data(), 8 * scalar.index,
-               "convertStandard values on a path");
-  }
+  onEveryPath(n, 1, scalar, want.data(), "convertStandard on a path",
+              [&](Path path, std::span<double> out) {
+                Batch::detail::convertStandardOn(path, doubles, epoch, from, to,
+                                                 table, out, {fl, n}, flOut);
+              });
 }
 
 }  // namespace

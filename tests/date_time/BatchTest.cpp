@@ -15,7 +15,6 @@
 #include <random>
 #include <span>
 #include <string>
-#include <typeinfo>
 #include <variant>
 #include <vector>
 
@@ -26,14 +25,17 @@
 #include "date_time/TimeStandardConverter.hpp"
 #include "date_time/diagnostics/Raise.hpp"
 #include "tests/TestScale.hpp"
+#include "tests/date_time/BatchFailure.hpp"
 
 namespace {
 
 using namespace KvDateTime;
 using Batch::detail::Path;
-using foundation::core::except::IException;
 using FXP::DataType;
 using FXP::DataValue;
+using kvbatchtest::BatchFailure;
+using kvbatchtest::batchFailureOf;
+using kvbatchtest::failureOf;
 
 constexpr Epoch kEpochs[] = {Epoch::Epoch1970, Epoch::Epoch1900,
                              Epoch::Epoch1958, Epoch::EpochJD,
@@ -52,41 +54,16 @@ std::vector<Path> paths() {
   return p;
 }
 
-// What a failure is, for comparison: the identifier of a diagnostic, the
-// type of anything else.
-std::string failureOf(std::exception_ptr p) {
-  try {
-    std::rethrow_exception(p);
-  } catch (const IException& e) {
-    return e.identifier();
-  } catch (const std::exception& e) {
-    return typeid(e).name();
-  }
-}
-
-struct BatchFailure {
-  std::int64_t index = -1;
-  std::string cause;
-};
-
 // Runs f, which must fail with BatchElementFailed; its index and its cause.
 template <typename F>
 BatchFailure failureOfBatch(F&& f) {
-  BatchFailure r;
   try {
     f();
-    ADD_FAILURE() << "the batch did not fail";
-  } catch (const IException& e) {
-    EXPECT_EQ(e.identifier(), "Korvane:DateTime:BatchElementFailed");
-    r.index = std::get<std::int64_t>(e.arguments().at(0));
-    try {
-      std::rethrow_if_nested(e);
-      ADD_FAILURE() << "no cause nested";
-    } catch (...) {
-      r.cause = failureOf(std::current_exception());
-    }
+  } catch (...) {
+    return batchFailureOf(std::current_exception());
   }
-  return r;
+  ADD_FAILURE() << "the batch did not fail";
+  return {};
 }
 
 bool sameBits(double a, double b) {
