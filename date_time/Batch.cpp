@@ -305,7 +305,8 @@ struct ToCalendarArgs {
   bool tt;
   double* cols;  // six columns of kChunk
   std::int64_t* unusual;
-  double* out;  // n rows of six
+  std::int64_t* any;  // set to the OR of the marks
+  double* out;        // n rows of six
 };
 
 template <bool TT>
@@ -317,6 +318,7 @@ KVDT_INLINE void toCalendarChunk(const ToCalendarArgs& a) {
   const double offset = a.offset;
   const double* __restrict in = a.in;
   std::int64_t* __restrict unusual = a.unusual;
+  std::int64_t any = 0;
   double* __restrict year = a.cols;
   double* __restrict month = a.cols + kChunk;
   double* __restrict day = a.cols + 2 * kChunk;
@@ -342,7 +344,9 @@ KVDT_INLINE void toCalendarChunk(const ToCalendarArgs& a) {
       t += carry ? 33.0 : 32.0;
     }
     const bool inRange = (t >= 0.0) & (t < kSpan);
-    unusual[i] = !(plain & inRange);
+    const std::int64_t mark = !(plain & inRange);
+    unusual[i] = mark;
+    any |= mark;
     t = inRange ? t : 0.0;
     const QuotRem days = floorDiv(t, 86400.0);  // [0, 3.2e6), [0, 86400)
     // detail::civilFromDays in doubles: every product stays below 2^53.
@@ -365,6 +369,7 @@ KVDT_INLINE void toCalendarChunk(const ToCalendarArgs& a) {
     minute[i] = m.q;
     second[i] = m.r + frac;
   }
+  *a.any = any;
   // Columns to rows four at a time, by shuffles of whole vectors: one
   // store a row field by field would be six.
   std::size_t i = 0;
@@ -422,6 +427,7 @@ struct FromCalendarArgs {
   bool tt;
   double* cols;  // six columns of kChunk
   std::int64_t* unusual;
+  std::int64_t* any;  // set to the OR of the marks
   double* out;
 };
 
@@ -432,6 +438,7 @@ KVDT_INLINE void fromCalendarChunk(const FromCalendarArgs& a) {
   const double epochDay = a.epochDay, epochSecond = a.epochSecond;
   const double* __restrict in = a.in;
   std::int64_t* __restrict unusual = a.unusual;
+  std::int64_t any = 0;
   double* __restrict out = a.out;
   double* __restrict cols = a.cols;
   // Rows into columns first: the vector loop below then reads each field
@@ -468,7 +475,10 @@ KVDT_INLINE void fromCalendarChunk(const FromCalendarArgs& a) {
                                      : 31.0 - odd;
     // A bit per reason, each a select: written as one negated conjunction
     // the mark came out as branches, and the loop was not vectorised.
-    unusual[i] = (inRange ? 0 : 1) | (whole ? 0 : 2) | (dd <= length ? 0 : 4);
+    const std::int64_t mark =
+        (inRange ? 0 : 1) | (whole ? 0 : 2) | (dd <= length ? 0 : 4);
+    unusual[i] = mark;
+    any |= mark;
     // KvDateTime::detail::daysFromCivil.
     const bool janFeb = mm <= 2.0;
     const double ym = janFeb ? yy - 1.0 : yy;
@@ -489,6 +499,7 @@ KVDT_INLINE void fromCalendarChunk(const FromCalendarArgs& a) {
     }
     out[i] = (wholeSeconds + frac) + 0.0;
   }
+  *a.any = any;
 }
 
 struct FromCalendarKernel {
@@ -510,6 +521,7 @@ struct ShiftArgs {
   double low, high;  // the stretch: low <= value < high
   double shift, shiftFlagged;
   std::int64_t* unusual;
+  std::int64_t* any;  // set to the OR of the marks
   double* out;
 };
 
@@ -521,23 +533,30 @@ struct ShiftKernel {
                  shiftFlagged = a.shiftFlagged;
     const double* __restrict in = a.in;
     std::int64_t* __restrict unusual = a.unusual;
+    std::int64_t any = 0;
     double* __restrict out = a.out;
     if (a.flags == nullptr) {
       for (std::size_t i = 0; i < n; ++i) {
         const double v = in[i];
         const double r = v + shift;
-        unusual[i] = !((v >= low) & (v < high) & (r - r == 0.0));
+        const std::int64_t mark = !((v >= low) & (v < high) & (r - r == 0.0));
+        unusual[i] = mark;
+        any |= mark;
         out[i] = r + 0.0;
       }
+      *a.any = any;
       return;
     }
     const bool* __restrict flags = a.flags;
     for (std::size_t i = 0; i < n; ++i) {
       const double v = in[i];
       const double r = v + (flags[i] ? shiftFlagged : shift);
-      unusual[i] = !((v >= low) & (v < high) & (r - r == 0.0));
+      const std::int64_t mark = !((v >= low) & (v < high) & (r - r == 0.0));
+      unusual[i] = mark;
+      any |= mark;
       out[i] = r + 0.0;
     }
+    *a.any = any;
   }
 };
 
@@ -632,17 +651,20 @@ void toCalendarOn(Path path, std::span<const double> stored, Epoch epoch,
       KvDateTime::detail::epochReference(epoch);
   double columns[6 * kChunk];
   std::int64_t unusual[kChunk];
+  std::int64_t any = 0;
   ToCalendarArgs a{};
   a.offset = double((ref.day - kFirstDay) * 86400 + ref.secondOfDay -
                     (ts == TimeStandard::UTC ? 10 : 0));
   a.tt = ts == TimeStandard::TT;
   a.cols = columns;
   a.unusual = unusual;
+  a.any = &any;
   for (std::size_t start = 0; start < n; start += kChunk) {
     a.in = stored.data() + start;
     a.n = std::min(kChunk, n - start);
     a.out = out.data() + 6 * start;
     runOn<ToCalendarKernel>(path, a);
+    if (any == 0 && leapSecond.empty()) continue;
     for (std::size_t j = 0; j < a.n; ++j)
       if (unusual[j] || flagAt(leapSecond, start + j))
         toCalendarOne(in, start + j, leapSecond, epoch, ts, out.data());
@@ -669,6 +691,7 @@ void fromCalendarOn(Path path, bool checked, std::span<const double> calendar,
       KvDateTime::detail::epochReference(epoch);
   double columns[6 * kChunk];
   std::int64_t unusual[kChunk];
+  std::int64_t any = 0;
   FromCalendarArgs a{};
   a.cols = columns;
   a.epochDay = double(ref.day);
@@ -676,18 +699,19 @@ void fromCalendarOn(Path path, bool checked, std::span<const double> calendar,
       double(ref.secondOfDay) - (ts == TimeStandard::UTC ? 10.0 : 0.0);
   a.tt = ts == TimeStandard::TT;
   a.unusual = unusual;
+  a.any = &any;
   for (std::size_t start = 0; start < n; start += kChunk) {
     a.in = calendar.data() + 6 * start;
     a.n = std::min(kChunk, n - start);
     a.out = stored.data() + start;
     runOn<FromCalendarKernel>(path, a);
-    for (std::size_t j = 0; j < a.n; ++j) {
+    if (!leapSecond.empty())
+      std::fill_n(leapSecond.begin() + start, a.n, false);
+    if (any == 0) continue;
+    for (std::size_t j = 0; j < a.n; ++j)
       if (unusual[j])
         fromCalendarOne(calendar.data(), start + j, checked, epoch, ts, type,
                         out, leapSecond);
-      else if (!leapSecond.empty())
-        leapSecond[start + j] = false;
-    }
   }
 }
 
@@ -761,9 +785,11 @@ void convertStandardOn(Path path, std::span<const double> stored, Epoch epoch,
   }
   const std::vector<double>& th = s.thresholds;
   std::int64_t unusual[kChunk];
+  std::int64_t any = 0;
   ShiftArgs a{};
   a.flags = leapSecond.empty() ? nullptr : leapSecond.data();
   a.unusual = unusual;
+  a.any = &any;
   std::size_t stretch = 0;  // the number of passed entries
   const auto setStretch = [&](std::size_t k) {
     stretch = k;
@@ -779,6 +805,9 @@ void convertStandardOn(Path path, std::span<const double> stored, Epoch epoch,
     a.out = out.data() + start;
     if (a.flags) a.flags = leapSecond.data() + start;
     runOn<ShiftKernel>(path, a);
+    if (!leapSecondOut.empty())
+      std::fill_n(leapSecondOut.begin() + start, a.n, false);
+    if (any == 0) continue;
     for (std::size_t j = 0; j < a.n; ++j) {
       const std::size_t i = start + j;
       if (unusual[j]) {
@@ -797,7 +826,6 @@ void convertStandardOn(Path path, std::span<const double> stored, Epoch epoch,
         // The next values most likely lie in the same stretch.
         if (k != stretch) setStretch(k);
       }
-      if (!leapSecondOut.empty()) leapSecondOut[i] = false;
     }
   }
 }
