@@ -258,22 +258,18 @@ void convertOne(const In& in, const Out& out, std::size_t i,
 
 #define KVDT_INLINE [[gnu::always_inline]] inline
 
-// floor(a / b) and the rest, for whole a >= 0 below 2^53 and a whole b > 0
-// whose quotient fits 2^31: the product with the rounded reciprocal is off
-// by at most one, which the exact rest puts right. No division: a vector
-// division costs as much as the rest of a chunk's arithmetic.
+// floor(a / b) and the rest, for whole a in [0, 2^52) and whole b in
+// [1, 2^24) whose quotient is below 2^24 (every use here). (a + 0.5) / b
+// lies at least 0.5 / b from any whole number, much farther than the
+// product with the rounded reciprocal can stray (a relative 2^-52), so its
+// floor is the quotient and the rest is exact. No division and no fix-up:
+// a vector division costs as much as the rest of a chunk's arithmetic.
 struct QuotRem {
   double q, r;
 };
 KVDT_INLINE QuotRem floorDiv(double a, double b) {
-  double q = std::floor(a * (1.0 / b));
-  double r = a - q * b;
-  const bool low = r < 0.0, high = r >= b;
-  q = low ? q - 1.0 : q;
-  q = high ? q + 1.0 : q;
-  r = low ? r + b : r;
-  r = high ? r - b : r;
-  return {q, r};
+  const double q = std::floor((a + 0.5) * (1.0 / b));
+  return {q, a - q * b};
 }
 
 // The calendar's first and last day, counted from 1970-01-01.
