@@ -715,10 +715,15 @@ namespace {
 
 // The thresholds and shifts of the UTC-to-TAI/TT fast loop, or false where
 // the table or the pair needs the scalar calls: a removed second (which
-// needs its own test), instants out of order, a negative shift.
+// needs its own test), instants out of order, a negative shift, or more
+// entries than the call's own room on the stack (a real schedule has 28).
+constexpr std::size_t kMaxStretchEntries = 256;
+
 struct ShiftTable {
-  std::vector<double> thresholds;           // entry i is passed from here on
-  std::vector<double> shift, shiftFlagged;  // per number of passed entries
+  std::size_t size = 0;
+  double thresholds[kMaxStretchEntries];  // entry i is passed from here on
+  // Per number of passed entries, without and with the input's flag.
+  double shift[kMaxStretchEntries + 1], shiftFlagged[kMaxStretchEntries + 1];
 };
 
 bool buildShiftTable(const LeapSecondTableData& table, Epoch epoch,
@@ -728,9 +733,10 @@ bool buildShiftTable(const LeapSecondTableData& table, Epoch epoch,
     return false;
   const std::size_t size =
       std::min(table.utcInstants.size(), table.cumulativeCounts.size());
+  if (size > kMaxStretchEntries) return false;
   const bool julian = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
   const double one = DateTimeUtilities::secondsToTimeShift(1.0, julian);
-  s.thresholds.resize(size);
+  s.size = size;
   for (std::size_t i = 0; i < size; ++i) {
     const FXP::DataValue& e = table.utcInstants[i];
     if (!e.getDataType().isDouble()) return false;
@@ -751,7 +757,7 @@ bool buildShiftTable(const LeapSecondTableData& table, Epoch epoch,
       }
       const double d = DateTimeUtilities::secondsToTimeShift(shift, julian);
       if (!(d >= 0.0)) return false;
-      (flagged ? s.shiftFlagged : s.shift).push_back(d);
+      (flagged ? s.shiftFlagged : s.shift)[k] = d;
     }
   }
   return true;
@@ -779,7 +785,8 @@ void convertStandardOn(Path path, std::span<const double> stored, Epoch epoch,
       convertOne(in, put, i, leapSecond, leapSecondOut, step);
     return;
   }
-  const std::vector<double>& th = s.thresholds;
+  const double* th = s.thresholds;
+  const double* const thEnd = s.thresholds + s.size;
   std::int64_t unusual[kChunk];
   std::int64_t any = 0;
   ShiftArgs a{};
@@ -790,7 +797,7 @@ void convertStandardOn(Path path, std::span<const double> stored, Epoch epoch,
   const auto setStretch = [&](std::size_t k) {
     stretch = k;
     a.low = k == 0 ? -HUGE_VAL : th[k - 1];
-    a.high = k == th.size() ? HUGE_VAL : th[k];
+    a.high = k == s.size ? HUGE_VAL : th[k];
     a.shift = s.shift[k];
     a.shiftFlagged = s.shiftFlagged[k];
   };
@@ -808,8 +815,8 @@ void convertStandardOn(Path path, std::span<const double> stored, Epoch epoch,
       const std::size_t i = start + j;
       if (unusual[j]) {
         const double v = stored[i];
-        const std::size_t k = static_cast<std::size_t>(
-            std::upper_bound(th.begin(), th.end(), v) - th.begin());
+        const std::size_t k =
+            static_cast<std::size_t>(std::upper_bound(th, thEnd, v) - th);
         const double r =
             v + (flagAt(leapSecond, i) ? s.shiftFlagged[k] : s.shift[k]);
         if (!(r - r == 0.0)) {

@@ -24,6 +24,7 @@
 #include "date_time/LeapSecondTableData.hpp"
 #include "date_time/TimeStandardConverter.hpp"
 #include "date_time/diagnostics/Raise.hpp"
+#include "tests/CountingAllocator.hpp"
 #include "tests/TestScale.hpp"
 #include "tests/date_time/BatchFailure.hpp"
 
@@ -509,6 +510,42 @@ TEST(BatchConvertStandard, EqualsTheScalarConversionForUnsortedValues) {
       }
     }
   }
+}
+
+// A log's worth of values through every function, double and fixed point,
+// the fast loops and the scalar ones: not one allocation.
+TEST(BatchAllocation, ConversionsOfValidArraysAllocateNothing) {
+  const DataType s64 = DataType::fixedT(true, 64, 20);
+  const LeapSecondTableData doubles =
+      LeapSecondTableDataCreator::build(Epoch::Epoch1970, DataType::doubleT());
+  const LeapSecondTableData fixed =
+      LeapSecondTableDataCreator::build(Epoch::Epoch1970, s64);
+  const std::size_t n = 5000;
+  std::vector<double> stored(n), mjd(n), rows(6 * n), back(n), tai(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    stored[i] = 63072000.0 + 377123.25 * double(i);
+    mjd[i] = 41317.0 + 4.25 * double(i);
+  }
+  std::vector<std::byte> bytes(8 * n), out(8 * n);
+  std::unique_ptr<bool[]> flags(new bool[n]());
+  const std::span<bool> fl(flags.get(), n);
+  const long before = kvtest::allocations.load();
+  Batch::toCalendar(mjd, Epoch::EpochMJD, TimeStandard::UTC, rows);
+  Batch::fromCalendarChecked(rows, Epoch::EpochMJD, TimeStandard::UTC, back,
+                             fl);
+  Batch::toCalendar(stored, Epoch::Epoch1970, TimeStandard::UTC, rows);
+  Batch::fromCalendar(rows, Epoch::Epoch1970, TimeStandard::UTC, back, fl);
+  Batch::fromCalendarChecked(rows, Epoch::Epoch1970, TimeStandard::UTC, s64,
+                             bytes, fl);
+  Batch::toCalendar(bytes, s64, Epoch::Epoch1970, TimeStandard::UTC, rows);
+  Batch::convertStandard(stored, Epoch::Epoch1970, TimeStandard::UTC,
+                         TimeStandard::TAI, doubles, tai);
+  Batch::convertStandard(tai, Epoch::Epoch1970, TimeStandard::TAI,
+                         TimeStandard::UTC, doubles, back, {}, fl);
+  Batch::convertStandard(bytes, s64, Epoch::Epoch1970, TimeStandard::UTC,
+                         TimeStandard::TAI, fixed, out);
+  EXPECT_EQ(kvtest::allocations.load() - before, 0);
+  EXPECT_EQ(back, stored);  // UTC to TAI and back
 }
 
 TEST(BatchSizes, MismatchedSpansAreRefusedBeforeAnythingIsWritten) {
