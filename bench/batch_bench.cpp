@@ -1,3 +1,16 @@
+// Result, 2026-11-23: shared 2-vCPU AMD EPYC VM (AVX-512; load average 5.3
+// while others built), g++ 12 -O3, Release, kv_bench_batch
+// --benchmark_min_time=0.3, CPU ms per 4e6 values (widest path, AVX-512):
+//   to calendar     batch 15.4  memory limit 10.5  scalar loop 56.5
+//                   portable 229
+//   from calendar   batch 16.7  memory limit 10.1  scalar loop 424
+//                   portable 104
+//   UTC to TAI      batch 1.86  memory limit 1.86  scalar loop 66.0
+//                   portable 6.49
+// batch / memory limit: 1.47 (goal <= 2), 1.65 (goal <= 2), 1.00 (goal
+// <= 1.5). Earlier runs under loads of 3 to 8 gave 1.99, 2.07 and 0.87 for
+// the same code: read the ratios as +-30 %.
+//
 // Whole arrays through KvDateTime::Batch beside the memory limit of the same
 // call: a loop that only reads the call's input bytes and writes its output
 // bytes, on the same arrays in the same run. Also the scalar call per value,

@@ -23,10 +23,12 @@
 // the fast path's range, a leap-second flag, a value the table's cursor
 // does not cover). A second, scalar pass gives those elements to the scalar
 // library call, so that every odd case, every failure and its diagnostic
-// are the scalar call's own, in element order. Each operation of the fast
-// loop is the scalar code's own IEEE operation in the same order (whole
-// numbers below 2^53 are exact in a double, and the file is built without
-// contraction into fused multiply-adds), so both give the same bits.
+// are the scalar call's own, in element order. Where the scalar code rounds
+// (the split of a value, its fraction, TT's 0.184 s, the final sums) the
+// fast loop does the same IEEE operation in the same order, and the file is
+// built without contraction into fused multiply-adds; everything else is
+// whole-number arithmetic, exact in doubles below 2^53. So both give the
+// same bits.
 //
 // Everything else (fixed-point storage, day epochs, the rarer standard
 // pairs) loops over the scalar calls, its type and standard chosen once per

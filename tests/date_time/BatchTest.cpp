@@ -487,7 +487,7 @@ TEST(BatchConvertStandard, EqualsTheScalarConversionForUnsortedValues) {
                 Batch::detail::convertStandardOn(path, ds, epoch, from, to,
                                                  table, o, {flags.get(), n},
                                                  {flagsOut.get(), n});
-                std::memcpy(out.data(), o.data(), out.size());
+                if (n > 0) std::memcpy(out.data(), o.data(), out.size());
                 check(out);
               }
             }
