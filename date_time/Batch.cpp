@@ -308,7 +308,7 @@ struct ToCalendarArgs {
 };
 
 template <bool TT>
-KVDT_INLINE void toCalendarChunk(const ToCalendarArgs& a) {
+KVDT_INLINE void chunk(const ToCalendarArgs& a) {
   constexpr double kBelowOne = 0x1.fffffffffffffp-1;
   constexpr double kSpan = double((kLastDay - kFirstDay + 1) * 86400);
   // Locals the compiler can see are not written by the loop's stores.
@@ -404,16 +404,6 @@ KVDT_INLINE void toCalendarChunk(const ToCalendarArgs& a) {
   }
 }
 
-struct ToCalendarKernel {
-  using Args = ToCalendarArgs;
-  KVDT_INLINE static void run(const Args& a) {
-    if (a.tt)
-      toCalendarChunk<true>(a);
-    else
-      toCalendarChunk<false>(a);
-  }
-};
-
 // Calendar rows to stored seconds, as detail::ordinaryReading and
 // detail::epochTimeOf and the double sum of DateTime's constructor compute
 // them, for the readings the ordinary test passes.
@@ -430,7 +420,7 @@ struct FromCalendarArgs {
 };
 
 template <bool TT>
-KVDT_INLINE void fromCalendarChunk(const FromCalendarArgs& a) {
+KVDT_INLINE void chunk(const FromCalendarArgs& a) {
   constexpr double kBelowSixty = 0x1.dffffffffffffp5;
   const std::size_t n = a.n;
   const double epochDay = a.epochDay, epochSecond = a.epochSecond;
@@ -500,15 +490,19 @@ KVDT_INLINE void fromCalendarChunk(const FromCalendarArgs& a) {
   *a.any = any;
 }
 
-struct FromCalendarKernel {
-  using Args = FromCalendarArgs;
+// A chunk loop with TT's 0.184 s shift compiled in or out, picked once.
+template <typename A>
+struct TtKernel {
+  using Args = A;
   KVDT_INLINE static void run(const Args& a) {
     if (a.tt)
-      fromCalendarChunk<true>(a);
+      chunk<true>(a);
     else
-      fromCalendarChunk<false>(a);
+      chunk<false>(a);
   }
 };
+using ToCalendarKernel = TtKernel<ToCalendarArgs>;
+using FromCalendarKernel = TtKernel<FromCalendarArgs>;
 
 // UTC to TAI or TT within one stretch of the table: every value between two
 // consecutive thresholds (an entry's instant + 1 s) has the same shift.
