@@ -1,23 +1,27 @@
-// The array functions: every element goes through the same library calls as
-// a scalar DateTime, in a C++ loop with the GIL released and no Python object
-// per element. Each call writes into arrays it creates itself and returns
-// them only when every element succeeded, so a failure leaves nothing half
-// written; the error names the first bad element.
+// The array functions: the library's array loops (KvDateTime::Batch), which
+// give every element the bits of the scalar calls, run with the GIL released
+// and no Python object per element. Each call writes into arrays it creates
+// itself and returns them only when every element succeeded, so a failure
+// leaves nothing half written; the error names the first bad element.
+#include "date_time/Batch.hpp"
+
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
-#include <memory>
+#include <exception>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <type_traits>
+#include <variant>
 #include <vector>
 
 #include "date_time/StorageTypeName.hpp"
-#include "date_time/TimeStandardConverter.hpp"
 #include "python/Common.hpp"
 
 namespace kvpy {
@@ -75,28 +79,6 @@ struct StoredIn {
         break;
     }
     return f(std::integral_constant<Layout, Layout::Double>{});
-  }
-};
-
-struct StoredOut {
-  Layout layout;
-  unsigned char* data;
-
-  void put(std::size_t i, const FXP::DataValue& v) const {
-    if (layout == Layout::Double) {
-      reinterpret_cast<double*>(data)[i] = v.toDouble();
-      return;
-    }
-    // The stored integer, extended to 128 bits: one native word for the
-    // 64-bit layouts, low word then high word for the wide one.
-    const std::array<std::uint32_t, 4> w = v.getFatVal();
-    auto* words = reinterpret_cast<std::uint64_t*>(data);
-    if (layout == Layout::Wide) {
-      words[2 * i] = w[0] | std::uint64_t{w[1]} << 32;
-      words[2 * i + 1] = w[2] | std::uint64_t{w[3]} << 32;
-    } else {
-      words[i] = w[0] | std::uint64_t{w[1]} << 32;
-    }
   }
 };
 
@@ -205,96 +187,133 @@ using Outcome = std::optional<Failure>;
 
 // --- The loops: pure C++, called with the GIL released. -------------------
 
-template <Layout L>
-Outcome toCalendarLoop(const StoredIn& in, const bool* flags, Epoch epoch,
-                       TimeStandard ts, double* out) {
-  std::size_t i = 0;
-  try {
-    for (; i < in.size; ++i) {
-      const DateTimeStruct c = readBack(
-          DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
-      double* row = out + 6 * i;
-      row[0] = c.year;
-      row[1] = c.month;
-      row[2] = c.day;
-      row[3] = c.hour;
-      row[4] = c.minute;
-      row[5] = c.second;
-    }
-  } catch (...) {
-    return Failure{i, std::current_exception()};
+// --- The library's arrays ----------------------------------------------------
+
+// The stored values as the library's array functions take them: doubles, or
+// compact values end to end. 16-byte values and raw 64-bit integers of a
+// type whose word fills them, in the type's own signedness, are compact
+// already; other raw integers are checked one by one as before and copied
+// into compact form, and the first that does not fit is kept to be reported
+// after the elements before it have run.
+struct LibraryInput {
+  std::span<const double> doubles;
+  std::span<const std::byte> bytes;
+  std::vector<std::byte> copy;
+  std::size_t valid = 0;  // elements before the first that does not fit
+  std::exception_ptr invalid;
+};
+
+void libraryInput(const StoredIn& in, LibraryInput& out) {
+  out.valid = in.size;
+  if (in.layout == Layout::Double) {
+    out.doubles = {reinterpret_cast<const double*>(in.data), in.size};
+    return;
   }
-  return std::nullopt;
+  const std::size_t size = in.type.sizeofCompact();
+  const auto* raw = reinterpret_cast<const std::byte*>(in.data);
+  const bool arraySigned = in.layout == Layout::Int64;
+  if (in.layout == Layout::Wide || (size == 8 && in.type.wordLength() == 64 &&
+                                    in.type.isSigned() == arraySigned)) {
+    out.bytes = {raw, size * in.size};
+    return;
+  }
+  out.copy.resize(size * in.size);
+  in.forLayout([&](auto l) {
+    constexpr Layout L = decltype(l)::value;
+    if constexpr (L == Layout::Int64 || L == Layout::UInt64) {
+      for (std::size_t i = 0; i < in.size; ++i) {
+        try {
+          in.template at<L>(i).toCompact(out.copy.data() + size * i, size);
+        } catch (...) {
+          out.valid = i;
+          out.invalid = std::current_exception();
+          break;
+        }
+      }
+    }
+  });
+  out.bytes = {out.copy.data(), size * out.valid};
 }
 
-Outcome fromCalendarLoop(const double* fields, std::size_t n, Epoch epoch,
-                         TimeStandard ts, const FXP::DataType& type,
-                         const StoredOut& out, bool* flagsOut) {
-  std::size_t i = 0;
+// Where the library writes stored values: straight into the result array
+// when its elements are the compact form, else into a compact buffer that
+// is widened into it afterwards.
+struct LibraryOutput {
+  py::array array;
+  std::span<double> doubles;
+  std::span<std::byte> bytes;
+  std::vector<std::byte> narrow;
+
+  LibraryOutput(const FXP::DataType& type, std::size_t n)
+      : array(storedArray(type, n)) {
+    const Layout layout = layoutOf(type);
+    auto* data = static_cast<std::byte*>(array.mutable_data());
+    if (layout == Layout::Double) {
+      doubles = {reinterpret_cast<double*>(data), n};
+    } else if (layout == Layout::Wide || type.sizeofCompact() == 8) {
+      bytes = {data, type.sizeofCompact() * n};
+    } else {
+      narrow.resize(type.sizeofCompact() * n);
+      bytes = {narrow.data(), narrow.size()};
+    }
+  }
+
+  // The narrow compact values sign- or zero-extended to 64 bits.
+  void finish(const FXP::DataType& type) {
+    if (narrow.empty()) return;
+    const std::size_t size = type.sizeofCompact();
+    auto* out = static_cast<unsigned char*>(array.mutable_data());
+    for (std::size_t i = 0; i < narrow.size() / size; ++i) {
+      unsigned char word[8];
+      std::memcpy(word, narrow.data() + size * i, size);
+      const bool negative = type.isSigned() && (word[size - 1] & 0x80);
+      std::memset(word + size, negative ? 0xff : 0, 8 - size);
+      std::memcpy(out + 8 * i, word, 8);
+    }
+  }
+};
+
+// Raises a failure of the library's array functions as the element's own
+// failure, under its index, as a loop of scalar calls would.
+[[noreturn]] void raiseBatch(std::exception_ptr error) {
   try {
-    for (; i < n; ++i) {
-      const double* row = fields + 6 * i;
-      const DateTimeStruct cal =
-          checkedReading({row[0], row[1], row[2], row[3], row[4], row[5]}, ts);
-      if (!DateTime::isValueInRangeOfType(cal, epoch, ts, type))
-        throw std::overflow_error(
-            "the reading counted from the epoch does not fit the storage type");
-      // Checked as the scalar constructor checks: no leap second that the
-      // storage type rounds out of itself, none where none was inserted.
-      const DvLs v = KvDateTime::Clock::timePointFrom(cal, ts, epoch, type);
-      out.put(i, v.value);
-      flagsOut[i] = v.isLeapSecond;
+    std::rethrow_exception(error);
+  } catch (const foundation::core::except::IException& e) {
+    if (e.identifier() == "Korvane:DateTime:BatchElementFailed") {
+      const auto index =
+          static_cast<std::size_t>(std::get<std::int64_t>(e.arguments().at(0)));
+      try {
+        std::rethrow_if_nested(e);
+      } catch (...) {
+        raise(std::current_exception(), index);
+      }
     }
   } catch (...) {
-    return Failure{i, std::current_exception()};
   }
-  return std::nullopt;
+  raise(error);
 }
 
-// The cursor of a batch. The library's cursor only moves forward, which
-// suits a clock; logged values may come in any order, so when a value is
-// below the one before, the cursor goes back to the last entry whose instant
-// lies below it. Every entry before that one is half a year or more below
-// the value and so passed for certain; the last one is judged again.
-std::uint32_t seekCursor(const std::vector<FXP::DataValue>& instants,
-                         const FXP::DataValue& value) {
-  const auto below = std::lower_bound(instants.begin(), instants.end(), value) -
-                     instants.begin();
-  return static_cast<std::uint32_t>(below > 0 ? below - 1 : 0);
-}
-
-template <Layout L>
-Outcome convertLoop(const StoredIn& in, const bool* flags, TimeStandard from,
-                    TimeStandard to, Epoch epoch,
-                    const KvDateTime::LeapSecondTableData& table,
-                    const StoredOut& out, bool* flagsOut) {
-  const auto convert =
-      KvDateTime::TimeStandardConverter::getStaticConverterImpl(from, to);
-  const bool fromAtomic = from == TimeStandard::TAI || from == TimeStandard::TT;
-  const auto& instants = fromAtomic ? table.taiInstants : table.utcInstants;
-  FixptRangeMath::FixptRangeMathLogger overflow;
-  FXP::MathControl control =
-      FXP::MathControl::createFullPrecisionNearSatMathControl();
-  control.setMathLogger(&overflow);
-  std::uint32_t cursor = 0;
-  FXP::DataValue previous;
-  std::size_t i = 0;
-  try {
-    for (; i < in.size; ++i) {
-      const DvLs v{in.template at<L>(i), flags && flags[i]};
-      if (i > 0 && v.value < previous) cursor = seekCursor(instants, v.value);
-      previous = v.value;
-      const DvLs r =
-          convert(v, table, from, to, epoch, control, &cursor, false);
-      if (overflow.overflowOccurred())
-        throw std::overflow_error("the result does not fit the storage type");
-      out.put(i, r.value);
-      flagsOut[i] = r.isLeapSecond;
+// Runs a call of the library without the GIL and raises its failure, or
+// else the input's first value that did not fit, with the GIL back.
+template <typename Call>
+void runLibrary(const LibraryInput* input, Call&& call) {
+  std::exception_ptr error;
+  {
+    py::gil_scoped_release release;
+    try {
+      call();
+    } catch (...) {
+      error = std::current_exception();
     }
-  } catch (...) {
-    return Failure{i, std::current_exception()};
   }
-  return std::nullopt;
+  if (error) raiseBatch(error);
+  if (input && input->invalid) raise(input->invalid, input->valid);
+}
+
+std::span<const bool> flagSpan(const std::optional<py::array_t<bool>>& flags,
+                               std::size_t n) {
+  if (!flags) return {};
+  return {flags->data(), n};
 }
 
 template <Layout L>
@@ -343,15 +362,21 @@ void bindBatch(py::module_& m) {
          py::handle storage, py::handle leapSecond) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
-        const Input input = storedInput(values, storageArg(storage));
+        const FXP::DataType type = storageArg(storage);
+        const Input input = storedInput(values, type);
         const auto flags = flagsInput(leapSecond, input.in.size);
         py::array_t<double> out({input.in.size, std::size_t{6}});
-        double* data = out.mutable_data();
-        runReleased([&] {
-          return input.in.forLayout([&](auto l) {
-            return toCalendarLoop<decltype(l)::value>(input.in, flagData(flags),
-                                                      e, ts, data);
-          });
+        LibraryInput lib;
+        libraryInput(input.in, lib);
+        const std::span<double> rows(out.mutable_data(), 6 * lib.valid);
+        const std::span<const bool> fl = flagSpan(flags, lib.valid);
+        runLibrary(&lib, [&] {
+          if (type.isDouble())
+            KvDateTime::Batch::toCalendarReadings(lib.doubles, e, ts, rows,
+                                                  fl);
+          else
+            KvDateTime::Batch::toCalendarReadings(lib.bytes, type, e, ts, rows,
+                                                  fl);
         });
         return out;
       },
@@ -373,16 +398,20 @@ void bindBatch(py::module_& m) {
         if (a.ndim() != 2 || a.shape(1) != 6)
           throw py::value_error("calendar fields must be an (n, 6) array");
         const std::size_t n = a.shape(0);
-        py::array out = storedArray(type, n);
+        LibraryOutput out(type, n);
         py::array_t<bool> flags(n);
-        const StoredOut sink{layoutOf(type),
-                             static_cast<unsigned char*>(out.mutable_data())};
-        bool* flagsOut = flags.mutable_data();
-        const double* in = a.data();
-        runReleased([&] {
-          return fromCalendarLoop(in, n, e, ts, type, sink, flagsOut);
+        const std::span<const double> in(a.data(), 6 * n);
+        const std::span<bool> flagsOut(flags.mutable_data(), n);
+        runLibrary(nullptr, [&] {
+          if (type.isDouble())
+            KvDateTime::Batch::fromCalendarChecked(in, e, ts, out.doubles,
+                                                   flagsOut);
+          else
+            KvDateTime::Batch::fromCalendarChecked(in, e, ts, type, out.bytes,
+                                                   flagsOut);
         });
-        return py::make_tuple(out, flags);
+        out.finish(type);
+        return py::make_tuple(out.array, flags);
       },
       py::arg("fields"), py::arg("epoch") = e1970, py::arg("standard") = utc,
       py::arg("storage") = "double",
@@ -401,18 +430,24 @@ void bindBatch(py::module_& m) {
         const auto flags = flagsInput(leapSecond, input.in.size);
         const KvDateTime::LeapSecondTableData& data =
             tableArg(table).forStorage(e, type);
-        py::array out = storedArray(type, input.in.size);
+        LibraryOutput out(type, input.in.size);
         py::array_t<bool> flagsOut(input.in.size);
-        const StoredOut sink{layoutOf(type),
-                             static_cast<unsigned char*>(out.mutable_data())};
-        bool* flagsData = flagsOut.mutable_data();
-        runReleased([&] {
-          return input.in.forLayout([&](auto l) {
-            return convertLoop<decltype(l)::value>(
-                input.in, flagData(flags), from, to, e, data, sink, flagsData);
-          });
+        LibraryInput lib;
+        libraryInput(input.in, lib);
+        const std::size_t n = lib.valid;
+        const std::span<const bool> fl = flagSpan(flags, n);
+        const std::span<bool> flOut(flagsOut.mutable_data(), n);
+        runLibrary(&lib, [&] {
+          if (type.isDouble())
+            KvDateTime::Batch::convertStandard(lib.doubles, e, from, to, data,
+                                               out.doubles.first(n), fl, flOut);
+          else
+            KvDateTime::Batch::convertStandard(
+                lib.bytes, type, e, from, to, data,
+                out.bytes.first(n * type.sizeofCompact()), fl, flOut);
         });
-        return py::make_tuple(out, flagsOut);
+        out.finish(type);
+        return py::make_tuple(out.array, flagsOut);
       },
       py::arg("values"), py::arg("from_standard") = utc,
       py::arg("to_standard") = tai, py::arg("epoch") = e1970,
@@ -448,53 +483,6 @@ void bindBatch(py::module_& m) {
       py::arg("standard") = utc, py::arg("storage") = "double",
       py::arg("leap_second") = py::none(),
       "Stored values rendered by a pattern, as a list of str.");
-
-  // For the benchmark script only: the best time of `repeats` runs of the
-  // same loop a batch call runs, on the same values, timed inside C++ with
-  // the output already allocated, so that the Python call's own cost shows
-  // as the difference.
-  m.def(
-      "_time_loop_for_benchmark",
-      [](const std::string& op, py::handle values, py::handle epoch,
-         py::handle storage, int repeats) {
-        const Epoch e = epochArg(epoch);
-        const FXP::DataType type = storageArg(storage);
-        const Input input = storedInput(values, type);
-        const std::size_t n = input.in.size;
-        const KvDateTime::LeapSecondTableData& table =
-            LeapTable::builtIn().forStorage(e, type);
-        std::vector<double> calendar(op == "to_calendar" ? 6 * n : 0);
-        py::array out = storedArray(type, n);
-        std::unique_ptr<bool[]> flags(new bool[n]);
-        const StoredOut sink{layoutOf(type),
-                             static_cast<unsigned char*>(out.mutable_data())};
-        if (op != "to_calendar" && op != "utc_to_tai")
-          throw py::value_error("op is to_calendar or utc_to_tai");
-        double best = 1e300;
-        Outcome failure;
-        {
-          py::gil_scoped_release release;
-          for (int r = 0; r < repeats && !failure; ++r) {
-            const auto start = std::chrono::steady_clock::now();
-            failure = input.in.forLayout([&](auto l) {
-              constexpr Layout L = decltype(l)::value;
-              return op == "to_calendar"
-                         ? toCalendarLoop<L>(input.in, nullptr, e,
-                                             TimeStandard::UTC, calendar.data())
-                         : convertLoop<L>(input.in, nullptr, TimeStandard::UTC,
-                                          TimeStandard::TAI, e, table, sink,
-                                          flags.get());
-            });
-            const std::chrono::duration<double> took =
-                std::chrono::steady_clock::now() - start;
-            best = std::min(best, took.count());
-          }
-        }
-        if (failure) raise(failure->error, failure->index);
-        return best;
-      },
-      py::arg("op"), py::arg("values"), py::arg("epoch"), py::arg("storage"),
-      py::arg("repeats"));
 }
 
 }  // namespace kvpy

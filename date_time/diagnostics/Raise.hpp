@@ -3,6 +3,8 @@
 // failure through kvsvThrowIException.
 #pragma once
 
+#include <cstddef>
+
 #include "date_time/Export.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "host/diag/Diagnostic.hpp"
@@ -17,6 +19,12 @@ namespace Korvane::DateTime {
 
 // The diagnostic a validator returns for `id` (no arguments).
 KVDT_EXPORT kvsvDiagnostic makeDiagnostic(const char* id);
+
+// Called inside a handler: throws the host's IException carrying
+// "Korvane:DateTime:BatchElementFailed" (the element's index, the handled
+// exception's what()) with the handled exception nested in it, so that a
+// caller can rethrow the cause, type and all, with std::rethrow_if_nested.
+[[noreturn]] KVDT_EXPORT void throwBatchElementFailed(std::size_t index);
 
 // Throws `diagnostic` if it is not null; returns otherwise.
 inline void throwIfSet(kvsvDiagnostic diagnostic) {

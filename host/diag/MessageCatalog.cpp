@@ -72,6 +72,8 @@ constexpr std::array kCatalog = {
                  "The year must be a whole number from 1400 to 9999."},
     CatalogEntry{"Korvane:DateTime:BadYearModelConfig",
                  "A model time must be in the year 1972 or later."},
+    CatalogEntry{"Korvane:DateTime:BatchElementFailed",
+                 "Element {0} of the array failed: {1}"},
     CatalogEntry{"Korvane:DateTime:ClockReadingOutOfRange",
                  "The clock's time in {0} does not fit its storage type {1}."},
     CatalogEntry{

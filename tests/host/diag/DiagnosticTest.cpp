@@ -19,7 +19,7 @@ TEST(MessageCatalog, EveryLibraryIdentifierHasItsOwnText) {
       "BadLeapSecondBoolTimeStandard BadLeapSecondBoolTimestamp "
       "TimestampIsNegativeLeapSecond TDBTSOnlySupportJulianDayTU "
       "TDBTSOnlySupportDoubleSDT InvalidFormatChar InvalidDayOfWeekToken "
-      "MultipleFractionalSecondTokens");
+      "MultipleFractionalSecondTokens BatchElementFailed");
   for (std::string id; ids >> id;) {
     EXPECT_EQ(renderMessage(std::string("Korvane:DateTime:") + id, {})
                   .find("Korvane:"),
