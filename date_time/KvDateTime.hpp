@@ -1,6 +1,7 @@
 // Everything the library offers, with the host interfaces it is used with.
 #pragma once
 
+#include "date_time/DateTimeParser.hpp"
 #include "date_time/DateTimeStruct.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/DateTimeUtilities.hpp"

@@ -28,9 +28,10 @@ constexpr std::array kCatalog = {
     CatalogEntry{"Korvane:DateTime:BadLeapSecondBoolTimestamp",
                  "The value is marked as a leap second, but it is not the last "
                  "second of 30 June or 31 December."},
-    CatalogEntry{"Korvane:DateTime:BadLeapSecondListDate",
-                 "Line {0} of the leap-second list is not at 00:00 on 1 January "
-                 "or 1 July, later than the line before it."},
+    CatalogEntry{
+        "Korvane:DateTime:BadLeapSecondListDate",
+        "Line {0} of the leap-second list is not at 00:00 on 1 January "
+        "or 1 July, later than the line before it."},
     CatalogEntry{"Korvane:DateTime:BadLeapSecondListEmpty",
                  "The leap-second list has no data lines (line {0} is past its "
                  "end)."},
@@ -75,6 +76,27 @@ constexpr std::array kCatalog = {
     CatalogEntry{"Korvane:DateTime:MultipleFractionalSecondTokens",
                  "The format \"{0}\" has more than one fractional-second field "
                  "(runs of 'S'); use at most one."},
+    CatalogEntry{"Korvane:DateTime:ParseFieldConflict",
+                 "The text \"{1}\" read by the format \"{0}\" states a field "
+                 "that disagrees with the rest of the reading, at offset {2}."},
+    CatalogEntry{"Korvane:DateTime:ParseFieldRange",
+                 "The text \"{1}\" read by the format \"{0}\" has a number "
+                 "outside its field's range at offset {2}."},
+    CatalogEntry{"Korvane:DateTime:ParseInvalidDateTime",
+                 "The text \"{1}\" matches the format \"{0}\" but is not a "
+                 "valid date and time ({2})."},
+    CatalogEntry{"Korvane:DateTime:ParseMismatch",
+                 "The text \"{1}\" does not match the format \"{0}\" at "
+                 "offset {2}."},
+    CatalogEntry{"Korvane:DateTime:ParsePatternIncomplete",
+                 "The format \"{0}\" cannot be read back into a date and "
+                 "time: it has no {1}."},
+    CatalogEntry{"Korvane:DateTime:ParseTimeStandardMismatch",
+                 "The text \"{1}\" read by the format \"{0}\" names another "
+                 "time standard than {3} at offset {2}."},
+    CatalogEntry{"Korvane:DateTime:ParseTrailingText",
+                 "The text \"{1}\" has characters left at offset {2} after "
+                 "the format \"{0}\" ends."},
     CatalogEntry{"Korvane:DateTime:TDBTSOnlySupportDoubleSDT",
                  "TDB conversion needs a time point stored as double; this one "
                  "is stored as {0}."},
