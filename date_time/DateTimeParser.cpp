@@ -271,6 +271,7 @@ class Reader {
     const std::size_t size = chainSize_;
     chainSize_ = 0;
     if (size == 0 || failed()) return;
+    const std::size_t chainStart = at_;  // a field's position has its sign
     bool negative = false;
     if (!chain_[0].literal && chain_[0].c == u'u' && nextIs(u'-')) {
       negative = true;
@@ -293,7 +294,7 @@ class Reader {
     for (std::size_t i = 0; i < size && !failed(); ++i) {
       const ChainLink& l = chain_[i];
       const std::size_t width = leastWidth(l) + (i == elastic ? surplus : 0);
-      const std::size_t start = at_;
+      const std::size_t start = i == 0 ? chainStart : at_;
       if (l.literal) {
         for (std::size_t k = 0; k < width; ++k, ++at_) {
           if (unitOf(text_[at_]) != l.c) {
@@ -350,7 +351,8 @@ class Reader {
       case u'y':
         if (n == 2) return put(f.twoDigitYear, v, start);
         return ranged(f.eraYear, v, 1, INT64_MAX, start);  // no year 0 of era
-      case u'u':
+      case u'u':  // "-0" is never written: year 0 has no sign
+        if (negative && v == 0) return failAt(Failure::FieldRange, start);
         return put(f.signedYear, negative ? -v : v, start);
       case u'M':
         return ranged(f.month, v, 1, 12, start);

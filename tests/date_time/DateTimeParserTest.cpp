@@ -413,6 +413,7 @@ const BadInput kBadInputs[] = {
     {"yyyy-MM-dd HH:mm:ss", "2024-03-05 23:59:61", UTC, "ParseFieldRange @17"},
     {"yyyy-DDD", "2023-366", UTC, "ParseFieldRange @5"},
     {"y-MM-dd", "0-03-05", UTC, "ParseFieldRange @0"},
+    {"u-MM-dd", "-0-03-05", UTC, "ParseFieldRange @0"},
     {"y-MM-dd", "1234567890123456789-03-05", UTC, "ParseFieldRange @0"},
     // Fields that disagree.
     {"yyyy-MM-dd eee", "2024-03-05 Wed", UTC, "ParseFieldConflict @11"},
