@@ -48,9 +48,10 @@ struct Fail {
 // A value read from the text and where it started. Fields read twice must
 // agree; the later one is the one reported.
 struct Slot {
+  static constexpr std::size_t kUnset = SIZE_MAX;
   std::int64_t value = 0;
-  std::size_t position = 0;
-  bool set = false;
+  std::size_t position = kUnset;
+  bool set() const noexcept { return position != kUnset; }
 };
 
 struct Fields {
@@ -242,7 +243,7 @@ class Reader {
       failAt(Failure::Mismatch, at_);
       return;
     }
-    fields.fraction = {v, start, true};
+    fields.fraction = {v, start};
     fields.fractionDigits = kept;
   }
 
@@ -328,11 +329,11 @@ class Reader {
   }
 
   void put(Slot& slot, std::int64_t v, std::size_t start) noexcept {
-    if (slot.set && slot.value != v) {
+    if (slot.set() && slot.value != v) {
       failAt(Failure::FieldConflict, start);
       return;
     }
-    slot = {v, start, true};
+    slot = {v, start};
   }
 
   void ranged(Slot& slot, std::int64_t v, std::int64_t lo, std::int64_t hi,
@@ -371,7 +372,7 @@ class Reader {
       case u's':
         return ranged(f.second, v, 0, 60, start);
       case u'S':
-        f.fraction = {v, start, true};
+        f.fraction = {v, start};
         f.fractionDigits = static_cast<int>(n < 9 ? n : 9);
         return;
       default:
@@ -440,7 +441,7 @@ class Reader {
   std::basic_string_view<Char> text_;
   TimeStandard ts_;
   std::size_t at_ = 0;
-  std::array<ChainLink, 16> chain_{};
+  std::array<ChainLink, 16> chain_;  // the first chainSize_ are set
   std::size_t chainSize_ = 0;
 };
 
@@ -476,25 +477,25 @@ Fail resolve(const Fields& f, TimeStandard ts, DateTimeStruct& out,
   };
   // Year: u, or y read with its era.
   std::int64_t year = f.signedYear.value;
-  if (f.eraYear.set) {
-    const bool bce = f.era.set && f.era.value == 0;
+  if (f.eraYear.set()) {
+    const bool bce = f.era.set() && f.era.value == 0;
     const std::int64_t fromEra = bce ? 1 - f.eraYear.value : f.eraYear.value;
-    if (f.signedYear.set && fromEra != year) {
+    if (f.signedYear.set() && fromEra != year) {
       return conflict(f.signedYear.position > f.eraYear.position ? f.signedYear
                                                                  : f.eraYear);
     }
     year = fromEra;
-  } else if (f.era.set && (year <= 0) != (f.era.value == 0)) {
+  } else if (f.era.set() && (year <= 0) != (f.era.value == 0)) {
     return conflict(f.era);
   }
   const std::int64_t ofEra = year >= 1 ? year : 1 - year;
-  if (f.twoDigitYear.set && ofEra % 100 != f.twoDigitYear.value)
+  if (f.twoDigitYear.set() && ofEra % 100 != f.twoDigitYear.value)
     return conflict(f.twoDigitYear);
 
   // Month and day: M and d, or the day of the year.
   std::int64_t month = f.month.value;
   std::int64_t day = f.day.value;
-  if (f.dayOfYear.set && (!f.month.set || !f.day.set)) {
+  if (f.dayOfYear.set() && (!f.month.set() || !f.day.set())) {
     const bool leap = detail::isLeapYear(year);
     std::int64_t rest = f.dayOfYear.value;
     if (rest > (leap ? 366 : 365))
@@ -502,22 +503,22 @@ Fail resolve(const Fields& f, TimeStandard ts, DateTimeStruct& out,
     unsigned m = 1;
     while (rest > detail::monthLength(leap, m))
       rest -= detail::monthLength(leap, m++);
-    if (f.month.set && f.month.value != m) return conflict(f.dayOfYear);
-    if (f.day.set && f.day.value != rest) return conflict(f.dayOfYear);
+    if (f.month.set() && f.month.value != m) return conflict(f.dayOfYear);
+    if (f.day.set() && f.day.value != rest) return conflict(f.dayOfYear);
     month = m;
     day = rest;
   }
 
   // Hour: H, or h with its marker.
   std::int64_t hour = f.hour24.value;
-  if (f.hour12.set) {
+  if (f.hour12.set()) {
     const std::int64_t fromClock = f.hour12.value % 12 + 12 * f.pm.value;
-    if (f.hour24.set && fromClock != hour) {
+    if (f.hour24.set() && fromClock != hour) {
       return conflict(f.hour24.position > f.hour12.position ? f.hour24
                                                             : f.hour12);
     }
     hour = fromClock;
-  } else if (f.pm.set && (hour > 11) != (f.pm.value == 1)) {
+  } else if (f.pm.set() && (hour > 11) != (f.pm.value == 1)) {
     return conflict(f.pm);
   }
 
@@ -527,29 +528,36 @@ Fail resolve(const Fields& f, TimeStandard ts, DateTimeStruct& out,
   r.day = static_cast<double>(day);
   r.hour = static_cast<double>(hour);
   r.minute = static_cast<double>(f.minute.value);
-  r.second = f.fraction.set
+  r.second = f.fraction.set()
                  ? leastDoubleNotBelow(f.second.value, f.fraction.value,
                                        f.fractionDigits)
                  : static_cast<double>(f.second.value);
-  invalid = DateTimeUtilities::validateDateTime(r.toArray(), ts);
-  if (invalid) return {Failure::InvalidDateTime, 0, {}, nullptr};
+  // The library's inline test of an ordinary reading accepts only what
+  // validateDateTime accepts; the rest (leap seconds, failures) goes there.
+  detail::OrdinaryFields ordinary;
+  if (!detail::ordinaryReading(r.year, r.month, r.day, r.hour, r.minute,
+                               r.second, ordinary)) {
+    invalid = DateTimeUtilities::validateDateTime(r.toArray(), ts);
+    if (invalid) return {Failure::InvalidDateTime, 0, {}, nullptr};
+  }
 
   // The checks that need a valid date.
-  if (f.dayOfYear.set &&
+  if (f.dayOfYear.set() &&
       DateTimeUtilities::calendarTimeToDayOfYear(r) != f.dayOfYear.value)
     return conflict(f.dayOfYear);
   const auto monthName = [&] {
     return detail::monthNames[static_cast<std::size_t>(month - 1)];
   };
-  if (f.monthInitial.set &&
+  if (f.monthInitial.set() &&
       foldAscii(static_cast<char16_t>(monthName()[0])) != f.monthInitial.value)
     return conflict(f.monthInitial);
-  if (f.weekday.set || f.weekdayInitial.set) {
+  if (f.weekday.set() || f.weekdayInitial.set()) {
     const int weekday = DateTimeUtilities::calendarTimeToDayOfWeek(r);
-    if (f.weekday.set && weekday != f.weekday.value) return conflict(f.weekday);
+    if (f.weekday.set() && weekday != f.weekday.value)
+      return conflict(f.weekday);
     const char first =
         detail::dayNames[static_cast<std::size_t>(weekday - 1)][0];
-    if (f.weekdayInitial.set &&
+    if (f.weekdayInitial.set() &&
         foldAscii(static_cast<char16_t>(first)) != f.weekdayInitial.value)
       return conflict(f.weekdayInitial);
   }
