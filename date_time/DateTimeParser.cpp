@@ -151,6 +151,19 @@ bool readsDigits(char16_t c, std::size_t n) noexcept {
   }
 }
 
+// The numeric fields that are only range-checked: letter, slot, range.
+// Seconds go to 60 for the leap second; the validator judges its place.
+struct FieldRange {
+  char16_t letter;
+  Slot Fields::*slot;
+  std::int64_t lo, hi;
+};
+constexpr FieldRange kFieldRanges[] = {
+    {u'M', &Fields::month, 1, 12},      {u'd', &Fields::day, 1, 31},
+    {u'D', &Fields::dayOfYear, 1, 366}, {u'e', &Fields::weekday, 1, 7},
+    {u'H', &Fields::hour24, 0, 23},     {u'h', &Fields::hour12, 1, 12},
+    {u'm', &Fields::minute, 0, 59},     {u's', &Fields::second, 0, 60}};
+
 // One member of a run of adjacent numeric tokens: a field, or literal digits.
 struct ChainLink {
   char16_t c;
@@ -355,28 +368,14 @@ class Reader {
       case u'u':  // "-0" is never written: year 0 has no sign
         if (negative && v == 0) return failAt(Failure::FieldRange, start);
         return put(f.signedYear, negative ? -v : v, start);
-      case u'M':
-        return ranged(f.month, v, 1, 12, start);
-      case u'd':
-        return ranged(f.day, v, 1, 31, start);
-      case u'D':
-        return ranged(f.dayOfYear, v, 1, 366, start);
-      case u'e':
-        return ranged(f.weekday, v, 1, 7, start);
-      case u'H':
-        return ranged(f.hour24, v, 0, 23, start);
-      case u'h':
-        return ranged(f.hour12, v, 1, 12, start);
-      case u'm':
-        return ranged(f.minute, v, 0, 59, start);
-      case u's':
-        return ranged(f.second, v, 0, 60, start);
       case u'S':
         f.fraction = {v, start};
         f.fractionDigits = static_cast<int>(n < 9 ? n : 9);
         return;
       default:
-        return;
+        for (const FieldRange& r : kFieldRanges) {
+          if (r.letter == c) return ranged(f.*r.slot, v, r.lo, r.hi, start);
+        }
     }
   }
 
