@@ -638,39 +638,34 @@ template <typename Char>
 kvsvDiagnostic readIso8601(std::basic_string_view<Char> text, TimeStandard ts,
                            DateTimeStruct& result) {
   Reader<Char> r(text, ts);
-  const auto expect = [&](char16_t c) {
-    if (r.nextIs(c)) {
-      r.skip();
-    } else {
-      r.failAt(Failure::Mismatch, r.at());
-    }
-  };
-  r.fixed(u'u', 4);
-  expect(u'-');
-  r.fixed(u'M', 2);
-  expect(u'-');
-  r.fixed(u'd', 2);
-  if (!r.failed() && r.at() != text.size()) {
-    if (r.nextIs(u'T') || r.nextIs(u't') || r.nextIs(u' ')) {
-      r.skip();
-    } else {
-      r.failAt(Failure::Mismatch, r.at());
-    }
-    r.fixed(u'H', 2);
-    expect(u':');
-    r.fixed(u'm', 2);
-    if (r.nextIs(u':')) {
-      r.skip();
-      r.fixed(u's', 2);
-      if (r.nextIs(u'.') || r.nextIs(u',')) {
+  // Takes one of `chars` if it comes next; fails there when `required`.
+  const auto take = [&](std::u16string_view chars, bool required) {
+    for (const char16_t c : chars) {
+      if (r.nextIs(c)) {
         r.skip();
-        r.anyFraction();
+        return true;
       }
     }
-    if (!r.failed() && (r.nextIs(u'Z') || r.nextIs(u'z'))) {
-      if (ts != TimeStandard::UTC) r.failAt(Failure::TimeStandard, r.at());
-      r.skip();
+    if (required) r.failAt(Failure::Mismatch, r.at());
+    return false;
+  };
+  r.fixed(u'u', 4);
+  take(u"-", true);
+  r.fixed(u'M', 2);
+  take(u"-", true);
+  r.fixed(u'd', 2);
+  if (!r.failed() && r.at() != text.size()) {
+    take(u"Tt ", true);
+    r.fixed(u'H', 2);
+    take(u":", true);
+    r.fixed(u'm', 2);
+    if (take(u":", false)) {
+      r.fixed(u's', 2);
+      if (take(u".,", false)) r.anyFraction();
     }
+    const std::size_t zone = r.at();
+    if (!r.failed() && take(u"Zz", false) && ts != TimeStandard::UTC)
+      r.failAt(Failure::TimeStandard, zone);
   }
   r.finish();
   Fail fail = r.failed() ? r.fail : Fail{};
