@@ -8,10 +8,11 @@
 //   y u M d D e    numbers in decimal. A count of 1 reads one digit or more
 //   H h m s        (leading zeros allowed); a count n of 2 or more needs at
 //                  least min(n, 10) digits, as the formatter pads. Where
-//                  numeric tokens stand side by side ("yyyyMMdd", "HHmm"),
-//                  every token but the first reads exactly its width and the
-//                  first takes the remaining digits, so a five-digit year or
-//                  "930" for "Hmm" still splits the way it was written.
+//                  numeric tokens (and literal digits) stand side by side
+//                  ("yyyyMMdd", "HHmm"), each reads exactly its least width
+//                  except the first that may grow, which takes the digits
+//                  left over, so a five-digit year or "930" for "Hmm" still
+//                  splits the way it was written.
 //   yy             two digits checked against the year read elsewhere; alone
 //                  it cannot name a century.
 //   u              an optional '-' before the digits.
@@ -46,10 +47,11 @@
 //
 // Failures, in this order: a bad pattern gives the diagnostic of
 // DateTimeStructFormatter::validateFormat unchanged; a pattern that cannot
-// name a whole date "Korvane:DateTime:ParsePatternIncomplete" (pattern, what
-// is missing); then, reading the text, with arguments (pattern, text,
-// position) where the position is the 0-based offset in code units of the
-// text as given (bytes for UTF-8):
+// name a whole date "Korvane:DateTime:ParsePatternIncomplete" (pattern, and
+// "year", "month", "day" or "AM/PM marker" for `h` without `a`); then,
+// reading the text, with arguments (pattern, text, position) where the
+// position is the 0-based offset in code units of the text as given (bytes
+// for UTF-8):
 //   "Korvane:DateTime:ParseMismatch"      the text differs from the pattern;
 //   "Korvane:DateTime:ParseTrailingText"  text left after the pattern ends;
 //   "Korvane:DateTime:ParseFieldRange"    a number outside its field (month
