@@ -106,6 +106,8 @@ const Reading kReadings[] = {
     {"yyyy-MM-dd''HH", "2016-12-31'23", UTC, 2016, 12, 31, 23, 0, 0},
     {"yyyy-MM-dd'T'HH:mm:ss.SSSSSSSSSSSS", "2016-12-31T23:59:59.123456789", UTC,
      2016, 12, 31, 23, 59, 59.123456789},
+    {"yyyy0MMdd", "202400305", UTC, 2024, 3, 5, 0, 0, 0},
+    {"yyyyy'0'MMdd", "0202400305", UTC, 2024, 3, 5, 0, 0, 0},
     {"yyyy1MM", "2024103", UTC, 2024, 3, 0, 0, 0, 0},  // no day: refused below
 };
 
