@@ -113,8 +113,9 @@ int nameIndexAt(std::basic_string_view<Char> text, std::size_t at,
 // its residual, from fma, says whether it landed below the decimal.
 double leastDoubleNotBelow(std::int64_t whole, std::int64_t digits,
                            int count) noexcept {
-  constexpr double kPow10[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6, 1e7,
-                               1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14};
+  static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,
+                                      1e5,  1e6,  1e7,  1e8,  1e9,
+                                      1e10, 1e11, 1e12, 1e13, 1e14};
   const double scale = kPow10[count];
   const auto numerator =
       static_cast<double>(whole * static_cast<std::int64_t>(scale) + digits);
