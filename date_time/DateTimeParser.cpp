@@ -79,8 +79,7 @@ constexpr char16_t foldAscii(char16_t c) noexcept {
   return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c;
 }
 
-// Whether `name` (ASCII) stands at `at`, case ignored; its first `length`
-// letters only when length is given.
+// Whether `name` (ASCII) stands at `at`, ASCII case ignored.
 template <typename Char>
 bool namedAt(std::basic_string_view<Char> text, std::size_t at,
              std::string_view name) noexcept {
@@ -424,6 +423,8 @@ class Reader {
           at_ += name.size();
           return;
         }
+        // Another standard's name is a finding of its own: the text is
+        // well formed but read in another scale (TAI 0 to TDB 3).
         for (int s = 0; s < 4; ++s) {
           if (namedAt(text_, at_,
                       DateTimeDefs::timeStandardName(
