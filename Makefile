@@ -20,7 +20,7 @@ MEMCHECK ?= build/memcheck
 FUZZ     ?= build/fuzz
 FUZZ_SECONDS ?= 600
 FUZZ_SMOKE_SECONDS ?= 20
-FUZZERS  := calendar format fxp datetime batch
+FUZZERS  := calendar format fxp datetime batch parse
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 
 .PHONY: deps demo test test-release test-asan test-tsan bench clean fuzz-deps \

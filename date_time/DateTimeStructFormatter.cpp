@@ -13,36 +13,24 @@
 #include "date_time/DateTimeUtilities.hpp"
 #include "date_time/FloatingPoint.hpp"
 #include "date_time/FormatWriters.hpp"
+#include "date_time/PatternTokens.hpp"
 #include "date_time/diagnostics/MessageIds.hpp"
 #include "host/typesys/DateTimeDefs.hpp"
 
 namespace KvDateTime {
 namespace {
 
+using detail::CharClass;
+using detail::classOf;
+using detail::diagnosticFor;
+using detail::FirstProblem;
 using detail::fractionDigits9;
+using detail::parsePattern;
+using detail::PatternProblem;
 using detail::putNarrow;
 using detail::putRepeated;
 using detail::putUnsigned;
 using detail::truncToInt;
-
-// The pattern letters. Case matters: M/m, D/d, H/h and S/s differ.
-constexpr std::u16string_view tokenAlphabet = u"tGyuMdDeahHmsS";
-
-// What one character starts, outside quotes.
-enum class CharClass : std::uint8_t { Literal, Apostrophe, Field, BadLetter };
-
-constexpr std::array<CharClass, 128> kCharClass = [] {
-  std::array<CharClass, 128> table{};  // Literal
-  for (char16_t c = u'A'; c <= u'Z'; ++c) table[c] = CharClass::BadLetter;
-  for (char16_t c = u'a'; c <= u'z'; ++c) table[c] = CharClass::BadLetter;
-  for (char16_t c : tokenAlphabet) table[c] = CharClass::Field;
-  table[u'\''] = CharClass::Apostrophe;
-  return table;
-}();
-
-constexpr CharClass classOf(char16_t c) noexcept {
-  return c < 128 ? kCharClass[c] : CharClass::Literal;
-}
 
 // Rendering never produces more than this many units for one field token
 // other than `t`: a 64-bit year with its sign is 20, padding stops at 10.
@@ -53,110 +41,6 @@ constexpr std::size_t kMaxFieldUnits = 20;
 // PatternRendering.QuotingErasClocksFractionsAndNarrowing).
 std::uint8_t narrow8(double field) noexcept {
   return static_cast<std::uint8_t>(truncToInt<std::int32_t>(field));
-}
-
-std::size_t runLength(std::u16string_view text, std::size_t start) noexcept {
-  const char16_t c = text[start];
-  std::size_t end = start + 1;
-  while (end < text.size() && text[end] == c) ++end;
-  return end - start;
-}
-
-// ---------------------------------------------------------------- patterns
-
-enum class Problem {
-  None,
-  InvalidFormatChar,
-  InvalidDayOfWeekToken,
-  MultipleFractionalSecondTokens
-};
-
-struct PatternProblem {
-  Problem kind = Problem::None;
-  char16_t letter = 0;  // the offending letter, for InvalidFormatChar
-};
-
-// The pattern grammar, the one place that reads quotes and runs. Walks
-// `pattern` run by run, in reading order, and calls on `h`:
-//   literal(c, n)   n copies of c to output: quoted text, characters that are
-//                   not letters, and half of each apostrophe run;
-//   field(c, n)     an unquoted run of n pattern letters c;
-//   problem(p)      a problem of the pattern; the walk goes on only if it
-//                   returns true (an InvalidFormatChar run is then skipped).
-// Returns whether the pattern is valid. Two fraction runs are a problem only
-// once the whole pattern has passed the other checks.
-template <typename Handler>
-bool parsePattern(std::u16string_view pattern, Handler& h) {
-  bool quoted = false;
-  bool valid = true;
-  int fractionRuns = 0;
-  for (std::size_t i = 0; i < pattern.size();) {
-    const char16_t c = pattern[i];
-    const std::size_t n = runLength(pattern, i);
-    i += n;
-    const CharClass cls = classOf(c);
-    if (cls == CharClass::Apostrophe) {
-      quoted ^= (n & 1) != 0;
-      h.literal(u'\'', n / 2);
-      continue;
-    }
-    // Checked inside quotes too: six or more 'e' are refused wherever they
-    // stand, so that an unclosed quote cannot hide a mistyped field.
-    if (c == u'e' && n >= 6) {
-      valid = false;
-      if (!h.problem({Problem::InvalidDayOfWeekToken, 0})) return false;
-    }
-    if (quoted || cls == CharClass::Literal) {
-      h.literal(c, n);
-    } else if (cls == CharClass::BadLetter) {
-      valid = false;
-      if (!h.problem({Problem::InvalidFormatChar, c})) return false;
-    } else {
-      fractionRuns += c == u'S';
-      h.field(c, n);
-    }
-  }
-  if (valid && fractionRuns >= 2) {
-    h.problem({Problem::MultipleFractionalSecondTokens, 0});
-    return false;
-  }
-  return valid;
-}
-
-// Keeps the first problem and stops the walk there; ignores the rest. The
-// base of the handlers that stop at a problem.
-struct FirstProblem {
-  PatternProblem first;
-  void literal(char16_t, std::size_t) noexcept {}
-  void field(char16_t, std::size_t) noexcept {}
-  bool problem(PatternProblem p) noexcept {
-    first = p;
-    return false;
-  }
-};
-
-kvsvDiagnostic diagnosticFor(const PatternProblem& problem,
-                             std::u16string_view pattern) {
-  using Korvane::DateTime::makeMsgId;
-  using resource_core::MsgArgument;
-  const char* id = nullptr;
-  std::vector<MsgArgument> arguments{MsgArgument(std::u16string(pattern))};
-  switch (problem.kind) {
-    case Problem::None:
-      return nullptr;
-    case Problem::InvalidFormatChar:
-      id = "InvalidFormatChar";
-      arguments.emplace_back(std::u16string(1, problem.letter));
-      break;
-    case Problem::InvalidDayOfWeekToken:
-      id = "InvalidDayOfWeekToken";
-      break;
-    case Problem::MultipleFractionalSecondTokens:
-      id = "MultipleFractionalSecondTokens";
-      break;
-  }
-  return kvsvCreateDiagnostic(makeMsgId(id, std::move(arguments)),
-                              std::string());
 }
 
 // The common width rule: count 1 unpadded, otherwise min(count, 10).

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "date_time/Clock.hpp"
+#include "date_time/DateTimeParser.hpp"
 #include "date_time/DateTimeStruct.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/DateTimeUtilities.hpp"

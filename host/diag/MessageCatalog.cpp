@@ -100,6 +100,27 @@ constexpr std::array kCatalog = {
     CatalogEntry{"Korvane:DateTime:NoLeapSecondInserted",
                  "The reading has a second of 60, but no leap second was "
                  "inserted at the end of that day."},
+    CatalogEntry{"Korvane:DateTime:ParseFieldConflict",
+                 "The text \"{1}\" read by the format \"{0}\" states a field "
+                 "that disagrees with the rest of the reading, at offset {2}."},
+    CatalogEntry{"Korvane:DateTime:ParseFieldRange",
+                 "The text \"{1}\" read by the format \"{0}\" has a number "
+                 "outside its field's range at offset {2}."},
+    CatalogEntry{"Korvane:DateTime:ParseInvalidDateTime",
+                 "The text \"{1}\" matches the format \"{0}\" but is not a "
+                 "valid date and time ({2})."},
+    CatalogEntry{"Korvane:DateTime:ParseMismatch",
+                 "The text \"{1}\" does not match the format \"{0}\" at "
+                 "offset {2}."},
+    CatalogEntry{"Korvane:DateTime:ParsePatternIncomplete",
+                 "The format \"{0}\" cannot be read back into a date and "
+                 "time: it has no {1}."},
+    CatalogEntry{"Korvane:DateTime:ParseTimeStandardMismatch",
+                 "The text \"{1}\" read by the format \"{0}\" names another "
+                 "time standard than {3} at offset {2}."},
+    CatalogEntry{"Korvane:DateTime:ParseTrailingText",
+                 "The text \"{1}\" has characters left at offset {2} after "
+                 "the format \"{0}\" ends."},
     CatalogEntry{
         "Korvane:DateTime:ReadingOutOfStorageRange",
         "The reading, counted from its epoch, does not fit the storage "

@@ -16,6 +16,8 @@ int main() {
                                 .getFormattedStr(u"yyyy-MM-dd HH:mm t"));
   const LeapSecondList list =
       LeapSecondListParser::parse("2272060800 10\n2287785600 11\n");
+  const DateTimeStruct read =
+      DateTimeParser::parse(text, "yyyy-MM-dd HH:mm t", TimeStandard::TT);
   std::string rejected;
   if (kvsvDiagnostic d = DateTimeUtilities::validateDateTime(
           {2023, 2, 29, 0, 0, 0}, TimeStandard::UTC)) {
@@ -24,7 +26,7 @@ int main() {
   std::printf("%s: JD %.1f, %s, %zu leap year(s), %s\n", FOUND_BY, days,
               text.c_str(), list.years.size(), rejected.c_str());
   const bool ok = days == 2451545.0 && text == "2000-01-01 12:00 TT" &&
-                  list.years.size() == 1 &&
+                  read == j2000 && list.years.size() == 1 &&
                   rejected == "Korvane:DateTime:BadDayOfMonth";
   return ok ? 0 : 1;
 }

@@ -19,7 +19,9 @@ TEST(MessageCatalog, EveryLibraryIdentifierHasItsOwnText) {
       "BadLeapSecondBoolTimeStandard BadLeapSecondBoolTimestamp "
       "TimestampIsNegativeLeapSecond TDBTSOnlySupportJulianDayTU "
       "TDBTSOnlySupportDoubleSDT InvalidFormatChar InvalidDayOfWeekToken "
-      "MultipleFractionalSecondTokens BatchElementFailed");
+      "MultipleFractionalSecondTokens BatchElementFailed ParseFieldConflict "
+      "ParseFieldRange ParseInvalidDateTime ParseMismatch "
+      "ParsePatternIncomplete ParseTimeStandardMismatch ParseTrailingText");
   for (std::string id; ids >> id;) {
     EXPECT_EQ(renderMessage(std::string("Korvane:DateTime:") + id, {})
                   .find("Korvane:"),
