@@ -32,6 +32,29 @@ struct KVDT_EXPORT DateTimeStruct {
   // before the time's. Six exact zeros skip validation.
   explicit DateTimeStruct(const std::array<double, 6>& values);
 
+  // The six values in the same order, taken as they are: no validation, so
+  // the record may be one the array constructor would refuse. For readings
+  // already known to be valid (formed in range, or checked just before) and
+  // for deliberately bad input in tests.
+  static constexpr DateTimeStruct unchecked(double year, double month,
+                                            double day, double hour,
+                                            double minute,
+                                            double second) noexcept {
+    DateTimeStruct r;
+    r.year = year;
+    r.month = month;
+    r.day = day;
+    r.hour = hour;
+    r.minute = minute;
+    r.second = second;
+    return r;
+  }
+  static constexpr DateTimeStruct unchecked(
+      const std::array<double, 6>& values) noexcept {
+    return unchecked(values[0], values[1], values[2], values[3], values[4],
+                     values[5]);
+  }
+
   // The fraction of `second`, with its sign, as std::modf splits it: exact.
   double getSubSecond() const noexcept {
     double whole;

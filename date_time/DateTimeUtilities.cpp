@@ -126,20 +126,6 @@ Problem restrictiveProblem(const DateTimeUtilities::CalendarValues& cal,
   return nullptr;
 }
 
-// For values that already pass the record's own checks: spares the
-// constructor validating them again.
-inline DateTimeStruct validatedRecord(
-    const DateTimeUtilities::CalendarValues& v) noexcept {
-  DateTimeStruct r;
-  r.year = v[0];
-  r.month = v[1];
-  r.day = v[2];
-  r.hour = v[3];
-  r.minute = v[4];
-  r.second = v[5];
-  return r;
-}
-
 inline kvsvDiagnostic toDiagnostic(Problem p) {
   return p ? makeDiagnostic(p) : nullptr;
 }
@@ -313,7 +299,8 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
                                  fastFloor(r / 60.0),
                                  (s - w) + (r - 60.0 * fastFloor(r / 60.0))};
   raiseIf(dateTimeProblem(values, ts));
-  return validatedRecord(values);
+  // Checked just above: the constructor would only validate them again.
+  return DateTimeStruct::unchecked(values);
 }
 
 // --- Day of year and week

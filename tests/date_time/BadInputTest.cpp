@@ -25,14 +25,13 @@ using namespace KvDateTime;
 using DTU = DateTimeUtilities;
 using E = Epoch;
 using FXP::DataType, FXP::DataValue, FXP::MathControl, FXP::MathMode;
-using kvtest::handFilled;
 using TS = TimeStandard;
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr TS kBadStandard = static_cast<TS>(INT32_MAX);
 constexpr DataType kDouble = DataType::doubleT();
 constexpr DataType kFixed = DataType::fixedT(true, 64, 32);
-const DateTimeStruct kCal = handFilled(2024, 3, 5, 7, 8, 9.25);
+const DateTimeStruct kCal = DateTimeStruct::unchecked(2024, 3, 5, 7, 8, 9.25);
 
 // Offsets and Sunday shifts of stray epochs are the calendar tests'; here
 // the converters and the documented returns of the seconds count.
@@ -98,8 +97,9 @@ TEST(BadInput, CountBeyondSixtyFourBitsReadsAsBadYear) {
 // const reference, and it has no mutable member.)
 TEST(BadInput, RefusedConversionsKeepTheCursor) {
   const LeapSecondYears years{{1972, {1, 1}}, {1990, {-1, 0}}, {2016, {0, 1}}};
-  const DateTimeStruct late = handFilled(2020, 1, 1, 0, 0, 0);
-  const DateTimeStruct removed = handFilled(1990, 6, 30, 23, 59, 59.5);
+  const DateTimeStruct late = DateTimeStruct::unchecked(2020, 1, 1, 0, 0, 0);
+  const DateTimeStruct removed =
+      DateTimeStruct::unchecked(1990, 6, 30, 23, 59, 59.5);
   // clang-format off
   const std::string storage = DateTimeDefs::storageDataTypeName(StorageDataType::SignedFixedPoint);
   const std::string seconds1970 = DateTimeDefs::timePointModeName(TimePointMode::SecondsSince1970);
