@@ -234,8 +234,8 @@ DateTimeStruct DateTime::convertDVToDateTimeStruct(const DvLs& valueAndFlag,
   // Only the calendar position is judged: whether a second was inserted on
   // that date is the leap-second table's knowledge, not this record's.
   if (!isLastSecondOfHalfYear(cal))
-    kvsvThrowIException(
-        Korvane::DateTime::makeMsgId("BadLeapSecondBoolTimestamp"));
+    kvsvThrowIException(Korvane::DateTime::makeMsgId(
+        Korvane::DateTime::MsgId::BadLeapSecondBoolTimestamp));
   cal.second += 1.0;
   return cal;
 }

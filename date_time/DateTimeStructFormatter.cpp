@@ -138,21 +138,22 @@ struct FirstProblem {
 kvsvDiagnostic diagnosticFor(const PatternProblem& problem,
                              std::u16string_view pattern) {
   using Korvane::DateTime::makeMsgId;
+  using Korvane::DateTime::MsgId;
   using resource_core::MsgArgument;
-  const char* id = nullptr;
+  MsgId id = MsgId::InvalidFormatChar;
   std::vector<MsgArgument> arguments{MsgArgument(std::u16string(pattern))};
   switch (problem.kind) {
     case Problem::None:
       return nullptr;
     case Problem::InvalidFormatChar:
-      id = "InvalidFormatChar";
+      id = MsgId::InvalidFormatChar;
       arguments.emplace_back(std::u16string(1, problem.letter));
       break;
     case Problem::InvalidDayOfWeekToken:
-      id = "InvalidDayOfWeekToken";
+      id = MsgId::InvalidDayOfWeekToken;
       break;
     case Problem::MultipleFractionalSecondTokens:
-      id = "MultipleFractionalSecondTokens";
+      id = MsgId::MultipleFractionalSecondTokens;
       break;
   }
   return kvsvCreateDiagnostic(makeMsgId(id, std::move(arguments)),

@@ -10,7 +10,7 @@ void kvsvThrowIException(const resource_core::BaseMsgID& msg) {
 
 namespace Korvane::DateTime {
 
-kvsvDiagnostic makeDiagnostic(const char* id) {
+kvsvDiagnostic makeDiagnostic(MsgId id) {
   return kvsvCreateDiagnostic(makeMsgId(id), std::string());
 }
 

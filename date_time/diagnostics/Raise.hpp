@@ -16,7 +16,7 @@
 namespace Korvane::DateTime {
 
 // The diagnostic a validator returns for `id` (no arguments).
-KVDT_EXPORT kvsvDiagnostic makeDiagnostic(const char* id);
+KVDT_EXPORT kvsvDiagnostic makeDiagnostic(MsgId id);
 
 // Throws `diagnostic` if it is not null; returns otherwise.
 inline void throwIfSet(kvsvDiagnostic diagnostic) {

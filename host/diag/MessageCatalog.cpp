@@ -141,6 +141,13 @@ std::string toUtf8(std::u16string_view text) {
   return out;
 }
 
+std::vector<std::string_view> catalogIdentifiers() {
+  std::vector<std::string_view> ids;
+  ids.reserve(kCatalog.size());
+  for (const CatalogEntry& e : kCatalog) ids.push_back(e.identifier);
+  return ids;
+}
+
 std::string renderMessage(std::string_view identifier,
                           const std::vector<MsgArgument>& arguments) {
   const auto* entry =

@@ -16,6 +16,9 @@ namespace resource_core {
 std::string renderMessage(std::string_view identifier,
                           const std::vector<MsgArgument>& arguments);
 
+// Every identifier the catalog has a text for, in ascending order.
+std::vector<std::string_view> catalogIdentifiers();
+
 // UTF-16 to UTF-8; unpaired surrogates become U+FFFD.
 std::string toUtf8(std::u16string_view text);
 
