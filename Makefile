@@ -11,7 +11,7 @@ PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
             libgtest-dev libbenchmark-dev liberfa-dev libhowardhinnant-date-dev \
             libicu-dev libfmt-dev libcli11-dev nlohmann-json3-dev python3 \
             pybind11-dev python3-dev python3-numpy python3-pytest python3-erfa \
-            tzdata
+            tzdata libclang-rt-14-dev
 JOBS     ?= $(shell nproc)
 BUILD    ?= build/release
 ASAN     ?= build/asan
