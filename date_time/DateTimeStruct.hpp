@@ -14,6 +14,9 @@ namespace KvDateTime {
 // A broken-down proleptic Gregorian date and time. All fields are whole
 // numbers except `second`, which also holds the fraction of the second.
 // The all-zero record is the empty record: the default, never validated.
+//
+// Threads: a plain value with no shared state; a const record may be read by
+// any number of threads at once.
 struct KVDT_EXPORT DateTimeStruct {
   double year = 0.0;
   double month = 0.0;   // 1..12
@@ -72,6 +75,8 @@ struct KVDT_EXPORT DateTimeStruct {
 // A time counted from an epoch in the epoch's unit, split so that the whole
 // units stay exact: wholePart = floor(value), fractionalPart in [0, 1).
 // -2.25 s is {-3, 0.75}.
+//
+// Threads: a plain value, like DateTimeStruct.
 struct EpochTimeStruct {
   std::int64_t wholePart = 0;
   double fractionalPart = 0.0;

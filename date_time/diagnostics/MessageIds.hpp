@@ -47,6 +47,8 @@
   X(BadLeapSecondListHash)
 // clang-format on
 
+// Threads: the list is constant; identifier objects are values made for one
+// raise on the raising thread.
 namespace Korvane::DateTime {
 
 inline constexpr const char* kCatalog = "Korvane:DateTime";

@@ -7,6 +7,8 @@
 
 #include "host/diag/Diagnostic.hpp"
 
+// Threads: the catalog is a constant table; any thread may render messages
+// at any time.
 namespace resource_core {
 
 // The catalog text for "<catalog>:<id>" with "{N}" replaced by argument N

@@ -29,6 +29,8 @@ namespace FXP {
 // DataType is one 64-bit word with a canonical layout, so that the arithmetic
 // fast paths test "same type" with one integer comparison and a copy is one
 // move.
+//
+// Threads: a plain value.
 class DataType {
  public:
   static constexpr int kFixedKind = 0;

@@ -45,6 +45,9 @@ namespace detail {
 struct Exact;  // an exact intermediate result, defined with the arithmetic
 }  // namespace detail
 
+// Threads: a value with no shared state; const operations on one value may
+// run on many threads at once. Arithmetic writes only to the caller's
+// MathControl, which is per thread.
 class DataValue {
  public:
   // +0.0 in the double type.
