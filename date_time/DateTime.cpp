@@ -160,6 +160,8 @@ bool splitKeepsWholePart(const FXP::DataValue& value) {
 // magnitudes that need the 128-bit route.
 inline bool splitOrdinaryDouble(double d, EpochTimeStruct& split) {
   const double a = std::fabs(d);
+  // From 2^-11 up a double's step is at least 2^-63, on the 2^-64 grid;
+  // below 2^62 its floor fits the 64-bit whole part with room to spare.
   if (!(d == 0 || (a >= 0x1p-11 && a < 0x1p62))) return false;
   const double whole = detail::fastFloor(d);
   split =

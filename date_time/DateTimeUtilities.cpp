@@ -244,6 +244,11 @@ double DateTimeUtilities::calendarToJulianDate(const DateTimeStruct& cal,
     m += 12.0;
   }
   // Proleptic Gregorian throughout: the century correction always applies.
+  // The classic Julian-day formula on March-based years: 365.25 and 30.6001
+  // count the days of whole years and months (30.6001 rather than 30.6 so a
+  // product a hair below a whole number still floors up; the extra 0.0001
+  // times at most 15 never reaches a day), and 4716 and 1524.5 move the
+  // count's origin to JD 0.
   const double a = fastFloor(y / 100.0);
   const double b = 2.0 - a + fastFloor(0.25 * a);
   const double jd = fastFloor(365.25 * (y + 4716.0)) +
@@ -279,6 +284,8 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
   const double z = fastFloor(x);
   // alpha from x rather than z: differs only within a day of a century
   // boundary, and is kept so (see JulianDate.FailsThroughItsFinalValidation).
+  // Gregorian centuries of 36524.25 days since 400-03-01 (JD 1867216.5),
+  // started a quarter day early so that the floor never sits on a boundary.
   const double alpha = fastFloor((x - 1867216.25) / 36524.25);
   const double a = z + 1.0 + alpha - fastFloor(0.25 * alpha);
   const double b = a + 1524.0;

@@ -35,6 +35,8 @@ class DataType {
  public:
   static constexpr int kFixedKind = 0;
   static constexpr int kDoubleKind = 2;
+  // The host library's own limits, so that a type accepted here is one the
+  // host accepts too.
   static constexpr int kMinWordLength = 1;
   static constexpr int kMaxWordLength = 128;
   static constexpr int kMinFractionLength = -128;
