@@ -6,12 +6,14 @@
 #   make fuzz   run each fuzz target for FUZZ_SECONDS (default 600)
 #   make memcheck  run every test program under Valgrind memcheck
 #   make bench  install, build optimised, run the benchmarks beside their peers
+#   make faults plant known faults one at a time in the optimised build and
+#               show that the tests catch each (long: a rebuild per fault)
 
 PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
             libgtest-dev libbenchmark-dev liberfa-dev libhowardhinnant-date-dev \
             libicu-dev libfmt-dev libcli11-dev nlohmann-json3-dev python3 \
             pybind11-dev python3-dev python3-numpy python3-pytest python3-erfa \
-            tzdata
+            tzdata libclang-rt-14-dev
 JOBS     ?= $(shell nproc)
 BUILD    ?= build/release
 ASAN     ?= build/asan
@@ -24,7 +26,7 @@ FUZZERS  := calendar format fxp datetime batch parse
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 
 .PHONY: deps demo test test-release test-asan test-tsan bench clean fuzz-deps \
-        fuzz-build fuzz fuzz-smoke memcheck
+        fuzz-build fuzz fuzz-smoke memcheck faults
 
 deps:
 	@missing=""; for p in $(PACKAGES); do \
@@ -101,6 +103,14 @@ bench: deps $(BUILD)/CMakeCache.txt
 	  echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
 	@if [ -d $(BUILD)/python ]; then echo "== python/bench/bench_batch.py"; \
 	  PYTHONPATH=$(BUILD)/python /usr/bin/python3 python/bench/bench_batch.py; fi
+
+# Plants each fault of tests/fault_check.py, rebuilds and runs ctest, then
+# restores the file with git checkout: needs a clean date_time/ and host/.
+faults: deps $(BUILD)/CMakeCache.txt
+	cmake $(BUILD) -DKVDT_WERROR=ON
+	cmake --build $(BUILD) -j $(JOBS)
+	python3 tests/fault_check.py --check
+	python3 tests/fault_check.py $(BUILD)
 
 # The libFuzzer targets (clang-14), each with its seed corpus in
 # fuzz/corpus; a finding stops the run with the input saved beside its log.

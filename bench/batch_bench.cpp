@@ -199,9 +199,8 @@ void BM_FromCalendar_ScalarLoop(benchmark::State& state) {
   for (auto _ : state) {
     for (std::size_t i = 0; i < kValues; ++i) {
       const double* r = &d.calendar[6 * i];
-      DateTimeStruct cal;
-      cal.year = r[0], cal.month = r[1], cal.day = r[2];
-      cal.hour = r[3], cal.minute = r[4], cal.second = r[5];
+      const DateTimeStruct cal =
+          DateTimeStruct::unchecked(r[0], r[1], r[2], r[3], r[4], r[5]);
       d.back[i] = DateTime(cal, Epoch::Epoch1970, TimeStandard::UTC,
                            FXP::DataType::doubleT())
                       .value.toDouble();

@@ -56,10 +56,8 @@ constexpr double kMjd1972 = 41317.0;
 constexpr double k1972Since1970 = 63072000.0;  // UTC seconds
 
 DateTime utc1972(Epoch epoch, const FXP::DataType& type) {
-  KvDateTime::DateTimeStruct cal;
-  cal.year = 1972, cal.month = 1, cal.day = 1;
-  cal.hour = 0, cal.minute = 0, cal.second = 0;
-  return DateTime(cal, epoch, TimeStandard::UTC, type);
+  return DateTime(KvDateTime::DateTimeStruct::unchecked(1972, 1, 1, 0, 0, 0),
+                  epoch, TimeStandard::UTC, type);
 }
 
 const LeapSecondTableData& table(const FXP::DataType& type) {

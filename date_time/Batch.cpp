@@ -139,15 +139,9 @@ inline void putRow(double* row, const DateTimeStruct& c) {
 }
 
 inline DateTimeStruct rowAt(const double* row) {
-  // Field by field: the record's own constructor would validate.
-  DateTimeStruct c;
-  c.year = row[0];
-  c.month = row[1];
-  c.day = row[2];
-  c.hour = row[3];
-  c.minute = row[4];
-  c.second = row[5];
-  return c;
+  // Unchecked: the record's own constructor would validate.
+  return DateTimeStruct::unchecked(row[0], row[1], row[2], row[3], row[4],
+                                   row[5]);
 }
 
 // --- The scalar calls, one element each ----------------------------------

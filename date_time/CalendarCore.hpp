@@ -269,13 +269,11 @@ inline DateTimeStruct calendarOf(const EpochTimeStruct& ets, Epoch epoch,
   if (date.year < kFirstYear || date.year > kLastYear) {
     kvsvThrowIException(Korvane::DateTime::BadYear());
   }
-  DateTimeStruct r;
-  r.year = static_cast<double>(date.year);
-  r.month = date.month;
-  r.day = date.day;
-  r.hour = static_cast<double>(sec / 3600);
-  r.minute = static_cast<double>(sec % 3600 / 60);
-  r.second = static_cast<double>(sec % 60) + frac;
+  const DateTimeStruct r = DateTimeStruct::unchecked(
+      static_cast<double>(date.year), static_cast<double>(date.month),
+      static_cast<double>(date.day), static_cast<double>(sec / 3600),
+      static_cast<double>(sec % 3600 / 60),
+      static_cast<double>(sec % 60) + frac);
   // Only the second, which carries the caller's fraction, can be invalid
   // (the rest are formed in range); the record's own constructor throws its
   // diagnostic then.

@@ -18,11 +18,13 @@ namespace KvDateTime {
 namespace {
 
 using Korvane::DateTime::makeMsgId;
+using Korvane::DateTime::MsgId;
 using Korvane::DateTime::throwIfSet;
 using resource_core::MsgArgument;
 using IException = foundation::core::except::IException;
 
-[[noreturn]] void raise(const char* id, std::vector<MsgArgument> args = {}) {
+[[noreturn]] void raise(Korvane::DateTime::MsgId id,
+                        std::vector<MsgArgument> args = {}) {
   kvsvThrowIException(makeMsgId(id, std::move(args)));
 }
 
@@ -49,7 +51,7 @@ struct CheckedControl {
 };
 
 TimeStandard refuseTdbStart(TimeStandard standard) {
-  if (standard == TimeStandard::TDB) raise("ClockStartInTDB");
+  if (standard == TimeStandard::TDB) raise(MsgId::ClockStartInTDB);
   return standard;
 }
 
@@ -147,7 +149,7 @@ DateTime checkedCount(const FXP::DataValue& exact, const std::string& text,
       FXP::MathControl::createFullPrecisionNearSatMathControl());
   const FXP::DataValue v = exact.convert(type, checked.control);
   if (checked.overflowed())
-    raise("StoredCountOutOfRange", {MsgArgument(text), typeArgument(type)});
+    raise(MsgId::StoredCountOutOfRange, {MsgArgument(text), typeArgument(type)});
   const DateTime dt(DvLs{v, false}, epoch, standard);
   throwIfSet(DateTimeUtilities::validateDateTime(Clock::readingOf(dt).toArray(),
                                                  standard));
@@ -183,7 +185,7 @@ DateTimeUtilities::CalendarValues Clock::parseReading(std::string_view text) {
     }
   }
   if (!ok || !rest.empty())
-    raise("BadReadingText", {MsgArgument(std::string(text))});
+    raise(MsgId::BadReadingText, {MsgArgument(std::string(text))});
   return values;
 }
 
@@ -191,10 +193,8 @@ DateTime Clock::timePointFrom(std::string_view reading, TimeStandard standard,
                               Epoch epoch, const FXP::DataType& type,
                               const LeapSecondYears* schedule) {
   const DateTimeUtilities::CalendarValues v = parseReading(reading);
-  DateTimeStruct cal;
-  cal.year = v[0], cal.month = v[1], cal.day = v[2];
-  cal.hour = v[3], cal.minute = v[4], cal.second = v[5];
-  return timePointFrom(cal, standard, epoch, type, schedule);
+  return timePointFrom(DateTimeStruct::unchecked(v), standard, epoch, type,
+                       schedule);
 }
 
 DateTime Clock::timePointFrom(const DateTimeStruct& reading,
@@ -203,16 +203,17 @@ DateTime Clock::timePointFrom(const DateTimeStruct& reading,
                               const LeapSecondYears* schedule) {
   // The validators let a NaN second through: it is compared with bounds only.
   if (!std::isfinite(reading.second))
-    raise(standard == TimeStandard::UTC ? "BadSecondUTC" : "BadSecond");
+    raise(standard == TimeStandard::UTC ? MsgId::BadSecondUTC
+                                        : MsgId::BadSecond);
   throwIfSet(DateTimeUtilities::validateDateTime(reading.toArray(), standard));
   if (!DateTime::isValueInRangeOfType(reading, epoch, standard, type))
-    raise("ReadingOutOfStorageRange", {typeArgument(type)});
+    raise(MsgId::ReadingOutOfStorageRange, {typeArgument(type)});
   const bool leap = standard == TimeStandard::UTC && reading.second >= 60.0;
   if (standard == TimeStandard::UTC && reading.second >= 59.0) {
     const int length = scheduledMinuteLength(reading, schedule);
     if (reading.second >= length)
-      raise(length < 60 ? "TimestampIsNegativeLeapSecond"
-                        : "NoLeapSecondInserted");
+      raise(length < 60 ? MsgId::TimestampIsNegativeLeapSecond
+                        : MsgId::NoLeapSecondInserted);
   }
 
   const DateTime dt(reading, epoch, standard, type);
@@ -222,7 +223,7 @@ DateTime Clock::timePointFrom(const DateTimeStruct& reading,
   if (leap) stored.second -= 1.0;
   if (!(std::fabs(storedMinusReading(dt, stored)) <=
         resolutionSeconds(type, epoch)))
-    raise("ReadingOutOfStorageRange", {typeArgument(type)});
+    raise(MsgId::ReadingOutOfStorageRange, {typeArgument(type)});
   if (leap) {
     bool inside = false;
     try {
@@ -232,7 +233,7 @@ DateTime Clock::timePointFrom(const DateTimeStruct& reading,
     } catch (const IException&) {
       // A flag on a value rounded into the next day does not read back.
     }
-    if (!inside) raise("LeapSecondLostInStorage", {typeArgument(type)});
+    if (!inside) raise(MsgId::LeapSecondLostInStorage, {typeArgument(type)});
   }
   return dt;
 }
@@ -240,7 +241,7 @@ DateTime Clock::timePointFrom(const DateTimeStruct& reading,
 DateTime Clock::timePointFromCount(double count, TimeStandard standard,
                                    Epoch epoch, const FXP::DataType& type) {
   if (!std::isfinite(count))
-    raise("StoredCountOutOfRange",
+    raise(MsgId::StoredCountOutOfRange,
           {MsgArgument(numberText(count)), typeArgument(type)});
   return checkedCount(
       FXP::DataValue::fromDouble(FXP::DataType::doubleT(), count, {}),
@@ -338,7 +339,7 @@ Clock::Clock(DateTime start, const FXP::DataType& type,
   tai_ = TimeStandardConverter::convertTimeStandard(start, TimeStandard::TAI,
                                                     table_, checked.control);
   if (checked.overflowed())
-    raise("ClockReadingOutOfRange",
+    raise(MsgId::ClockReadingOutOfRange,
           {MsgArgument(std::string("TAI")), typeArgument(type)});
   advanceCursor();
 }
@@ -354,7 +355,7 @@ void Clock::advanceCursor() {
 
 void Clock::step(double seconds) {
   if (!std::isfinite(seconds))
-    raise("BadClockStep", {MsgArgument(numberText(seconds))});
+    raise(MsgId::BadClockStep, {MsgArgument(numberText(seconds))});
   DateTime next = tai_;
   FixptRangeMath::FixptRangeMathLogger logger;
   control_.setMathLogger(&logger);
@@ -369,7 +370,7 @@ void Clock::step(double seconds) {
   next.add(seconds, control_);
   control_.setMathLogger(nullptr);
   if (logger.overflowOccurred())
-    raise("ClockStepOverflow",
+    raise(MsgId::ClockStepOverflow,
           {MsgArgument(numberText(seconds)), typeArgument(storageType())});
   tai_ = next;
   // The cursor only moves forward; a step back starts the lookup again.
@@ -406,7 +407,7 @@ DateTime Clock::timePoint(TimeStandard standard) const {
           "Clock::timePoint: the time standard is not TAI, UTC, TT or TDB");
   }
   if (checked.overflowed())
-    raise("ClockReadingOutOfRange",
+    raise(MsgId::ClockReadingOutOfRange,
           {MsgArgument(std::string(DateTimeDefs::timeStandardName(standard))),
            typeArgument(storageType())});
   return out;

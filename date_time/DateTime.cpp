@@ -140,6 +140,8 @@ double belowOne(double fraction) {
 // magnitudes that need the 128-bit route.
 inline bool splitOrdinaryDouble(double d, EpochTimeStruct& split) {
   const double a = std::fabs(d);
+  // From 2^-11 up a double's step is at least 2^-63, on the 2^-64 grid;
+  // below 2^62 its floor fits the 64-bit whole part with room to spare.
   if (!(d == 0 || (a >= 0x1p-11 && a < 0x1p62))) return false;
   const double whole = detail::fastFloor(d);
   split =
@@ -210,8 +212,8 @@ DateTimeStruct DateTime::convertDVToDateTimeStruct(const DvLs& valueAndFlag,
   // Only the calendar position is judged: whether a second was inserted on
   // that date is the leap-second table's knowledge, not this record's.
   if (!isLastSecondOfHalfYear(cal))
-    kvsvThrowIException(
-        Korvane::DateTime::makeMsgId("BadLeapSecondBoolTimestamp"));
+    kvsvThrowIException(Korvane::DateTime::makeMsgId(
+        Korvane::DateTime::MsgId::BadLeapSecondBoolTimestamp));
   cal.second += 1.0;
   return cal;
 }

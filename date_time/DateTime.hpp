@@ -20,6 +20,8 @@ namespace KvDateTime {
 // during an inserted second, so 23:59:60.x and the next 00:00:00.x share a
 // value; the flag tells them apart. With the flag set, `value` holds the
 // instant one second earlier (23:59:59.x).
+//
+// Threads: a value; see DateTime.
 struct KVDT_EXPORT DvLs {
   FXP::DataValue value;
   bool isLeapSecond = false;
@@ -28,6 +30,11 @@ struct KVDT_EXPORT DvLs {
 // Seconds for the epochs 1970, 1900 and 1958; days for JD, MJD and J2000.
 // The flag may be set only in UTC, and only on the last second of 30 June
 // or 31 December; every other standard keeps it false.
+//
+// Threads: a value with no shared state. The const members may run on one
+// DateTime from many threads at once; add, subtract and fromCompact change
+// it and need the caller's exclusion. The MathControl an operation takes is
+// written (its logger hears of overflow), so each thread uses its own.
 class KVDT_EXPORT DateTime : public DvLs {
  public:
   Epoch epoch;

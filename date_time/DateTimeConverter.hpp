@@ -18,6 +18,8 @@ namespace KvDateTime {
 
 // The target of a conversion as the host's type system describes it: an
 // epoch and the identifier of a data type in its DataTypeTable.
+//
+// Threads: a plain value.
 struct KVDT_EXPORT DateTimeTypeAttribs {
   Epoch targetEpoch;
   std::uint32_t dataTypeId;
@@ -27,6 +29,10 @@ struct KVDT_EXPORT DateTimeTypeAttribs {
       : targetEpoch(targetEpoch), dataTypeId(dataTypeId) {}
 };
 
+// Threads: converters have no state, and forEpochs hands out shared const
+// instances, so one converter serves every thread; only the MathControl is
+// per thread, and a DataTypeTable must not be added to while a conversion
+// reads it.
 class KVDT_EXPORT DateTimeConverter {
  public:
   virtual ~DateTimeConverter() = default;

@@ -575,12 +575,13 @@ kvsvDiagnostic diagnosticOf(const Fail& fail,
                             kvsvDiagnostic& invalid) {
   using detail::textArgument;
   using Korvane::DateTime::makeMsgId;
+  using Korvane::DateTime::MsgId;
   using resource_core::MsgArgument;
-  const auto make = [](const char* id, std::vector<MsgArgument> arguments) {
+  const auto make = [](MsgId id, std::vector<MsgArgument> arguments) {
     return kvsvCreateDiagnostic(makeMsgId(id, std::move(arguments)),
                                 std::string());
   };
-  const auto at = [&](const char* id) {
+  const auto at = [&](MsgId id) {
     return make(id, {textArgument(pattern), textArgument(text),
                      MsgArgument(static_cast<std::int64_t>(fail.position))});
   };
@@ -591,24 +592,24 @@ kvsvDiagnostic diagnosticOf(const Fail& fail,
       return detail::diagnosticFor(fail.problem, pattern);
     case Failure::Incomplete:
       return make(
-          "ParsePatternIncomplete",
+          MsgId::ParsePatternIncomplete,
           {textArgument(pattern), MsgArgument(std::string(fail.missing))});
     case Failure::Mismatch:
-      return at("ParseMismatch");
+      return at(MsgId::ParseMismatch);
     case Failure::TrailingText:
-      return at("ParseTrailingText");
+      return at(MsgId::ParseTrailingText);
     case Failure::FieldRange:
-      return at("ParseFieldRange");
+      return at(MsgId::ParseFieldRange);
     case Failure::FieldConflict:
-      return at("ParseFieldConflict");
+      return at(MsgId::ParseFieldConflict);
     case Failure::TimeStandard:
       return make(
-          "ParseTimeStandardMismatch",
+          MsgId::ParseTimeStandardMismatch,
           {textArgument(pattern), textArgument(text),
            MsgArgument(static_cast<std::int64_t>(fail.position)),
            MsgArgument(std::string(DateTimeDefs::timeStandardName(ts)))});
     case Failure::InvalidDateTime:
-      return make("ParseInvalidDateTime",
+      return make(MsgId::ParseInvalidDateTime,
                   {textArgument(pattern), textArgument(text),
                    MsgArgument(invalid->identifier())});
   }

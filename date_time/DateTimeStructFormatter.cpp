@@ -251,7 +251,11 @@ std::u16string textString(std::string_view text) {
 // most its own length (literals), kMaxFieldUnits (fields) or a time
 // standard's name of at most kMaxNameUnits, which is checked where it is
 // written.
+// 40 covers the patterns hosts write ("yyyy-MM-dd HH:mm:ss.SSS t" is 25);
+// a longer one is measured first by the Sizer, and only costs that pass.
 constexpr std::size_t kOnePassUnits = 40;
+// The host's names are three letters; 32 leaves a renamed host room, and a
+// longer name still renders, only through the measured path.
 constexpr std::size_t kMaxNameUnits = 32;
 constexpr std::size_t kStackUnits =
     kOnePassUnits * (1 + std::max(kMaxFieldUnits, kMaxNameUnits));

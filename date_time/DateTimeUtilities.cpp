@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <optional>
 
 #include "date_time/CalendarCore.hpp"
 #include "date_time/ConstantTables.hpp"
@@ -19,6 +20,7 @@ using detail::isIntegral;
 using detail::truncToInt;
 namespace bg = boost::gregorian;
 using Korvane::DateTime::makeDiagnostic;
+using Korvane::DateTime::MsgId;
 
 // The first ten seconds of 1972 in TAI precede 1972-01-01 00:00:00 UTC. The
 // threshold sits 1.4007091522216797e-05 s below 10 s so that a reading that
@@ -31,12 +33,12 @@ constexpr double kTaiModelStartTolerance =
 // --- Validation ------------------------------------------------------------
 //
 // The rules live in the problem finders below, which name the first broken
-// rule (nullptr when none is) without touching the heap; the validators
+// rule (none when none is) without touching the heap; the validators
 // turn a name into a diagnostic, and the converters throw it.
 
 namespace {
 
-using Problem = const char*;  // an Id such as "BadMonth", or nullptr
+using Problem = std::optional<MsgId>;  // the first broken rule, if any
 
 // A field already known to lie in [lo, hi] with hi < 2^31 is whole exactly
 // when it survives a round trip through int: cheaper than the general test.
@@ -46,13 +48,13 @@ inline bool wholeInRange(double x) noexcept {
 
 Problem dateProblem(const DateTimeUtilities::CalendarValues& cal) noexcept {
   const double year = cal[0], month = cal[1], day = cal[2];
-  if (!isIntegral(year)) return "BadYear";
+  if (!isIntegral(year)) return MsgId::BadYear;
   if (!(month >= 1.0 && month <= 12.0) || !wholeInRange(month)) {
-    return "BadMonth";
+    return MsgId::BadMonth;
   }
-  if (!(day >= 1.0)) return "BadDayOfMonth";
+  if (!(day >= 1.0)) return MsgId::BadDayOfMonth;
   if (day < 0x1p31 ? !wholeInRange(day) : !isIntegral(day)) {
-    return "BadDayOfMonth";
+    return MsgId::BadDayOfMonth;
   }
 
   // The month-length check works on the calendar's 16-bit year and day, as
@@ -65,24 +67,25 @@ Problem dateProblem(const DateTimeUtilities::CalendarValues& cal) noexcept {
   const bool leap = detail::isLeapYear(static_cast<std::uint16_t>(y));
   if (static_cast<std::uint16_t>(d) >
       detail::monthLength(leap, static_cast<unsigned>(m))) {
-    return "BadDayOfMonth";
+    return MsgId::BadDayOfMonth;
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 Problem timeProblem(const DateTimeUtilities::CalendarValues& cal,
                     TimeStandard ts) noexcept {
   const double hour = cal[3], minute = cal[4], second = cal[5];
-  if (!(hour >= 0.0 && hour <= 23.0) || !wholeInRange(hour)) return "BadHour";
+  if (!(hour >= 0.0 && hour <= 23.0) || !wholeInRange(hour))
+    return MsgId::BadHour;
   if (!(minute >= 0.0 && minute <= 59.0) || !wholeInRange(minute)) {
-    return "BadMinute";
+    return MsgId::BadMinute;
   }
   // Only the bounds are tested, so a NaN second passes: kept on purpose.
   const double limit = ts == TimeStandard::UTC ? 61.0 : 60.0;
   if (second < 0.0 || second >= limit) {
-    return ts == TimeStandard::UTC ? "BadSecondUTC" : "BadSecond";
+    return ts == TimeStandard::UTC ? MsgId::BadSecondUTC : MsgId::BadSecond;
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 // The ordered rules, for readings that the quick test below does not pass.
@@ -91,15 +94,16 @@ Problem dateTimeProblemInOrder(const DateTimeUtilities::CalendarValues& cal,
   if (Problem p = dateProblem(cal)) return p;
   if (Problem p = timeProblem(cal, ts)) return p;
   const double year = cal[0], month = cal[1], day = cal[2];
-  if (year < detail::kFirstYear || year > detail::kLastYear) return "BadYear";
+  if (year < detail::kFirstYear || year > detail::kLastYear)
+    return MsgId::BadYear;
   if (cal[5] >= 60.0) {
     const bool endOfHalfYear =
         (month == 6.0 && day == 30.0) || (month == 12.0 && day == 31.0);
     if (!endOfHalfYear || cal[3] != 23.0 || cal[4] != 59.0) {
-      return "BadLeapSecond";
+      return MsgId::BadLeapSecond;
     }
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 Problem dateTimeProblem(const DateTimeUtilities::CalendarValues& cal,
@@ -107,7 +111,7 @@ Problem dateTimeProblem(const DateTimeUtilities::CalendarValues& cal,
   detail::OrdinaryFields f;
   if (detail::ordinaryReading(cal[0], cal[1], cal[2], cal[3], cal[4], cal[5],
                               f)) {
-    return nullptr;
+    return std::nullopt;
   }
   return dateTimeProblemInOrder(cal, ts);
 }
@@ -115,37 +119,23 @@ Problem dateTimeProblem(const DateTimeUtilities::CalendarValues& cal,
 Problem restrictiveProblem(const DateTimeUtilities::CalendarValues& cal,
                            TimeStandard ts) noexcept {
   if (Problem p = dateTimeProblem(cal, ts)) return p;
-  if (cal[0] < 1972.0) return "BadYearModelConfig";
+  if (cal[0] < 1972.0) return MsgId::BadYearModelConfig;
   // Only TAI readings are held against the start of UTC with leap seconds.
   const double threshold =
       ts == TimeStandard::TAI ? kTaiModelStartTolerance : 0.0;
   if (cal[0] == 1972.0 && cal[1] == 1.0 && cal[2] == 1.0 && cal[3] == 0.0 &&
       cal[4] == 0.0 && cal[5] < threshold) {
-    return "BadTAIModelConfig";
+    return MsgId::BadTAIModelConfig;
   }
-  return nullptr;
-}
-
-// For values that already pass the record's own checks: spares the
-// constructor validating them again.
-inline DateTimeStruct validatedRecord(
-    const DateTimeUtilities::CalendarValues& v) noexcept {
-  DateTimeStruct r;
-  r.year = v[0];
-  r.month = v[1];
-  r.day = v[2];
-  r.hour = v[3];
-  r.minute = v[4];
-  r.second = v[5];
-  return r;
+  return std::nullopt;
 }
 
 inline kvsvDiagnostic toDiagnostic(Problem p) {
-  return p ? makeDiagnostic(p) : nullptr;
+  return p ? makeDiagnostic(*p) : nullptr;
 }
 
 inline void raiseIf(Problem p) {
-  if (p) kvsvThrowIException(Korvane::DateTime::makeMsgId(p));
+  if (p) kvsvThrowIException(Korvane::DateTime::makeMsgId(*p));
 }
 
 }  // namespace
@@ -254,6 +244,11 @@ double DateTimeUtilities::calendarToJulianDate(const DateTimeStruct& cal,
     m += 12.0;
   }
   // Proleptic Gregorian throughout: the century correction always applies.
+  // The classic Julian-day formula on March-based years: 365.25 and 30.6001
+  // count the days of whole years and months (30.6001 rather than 30.6 so a
+  // product a hair below a whole number still floors up; the extra 0.0001
+  // times at most 15 never reaches a day), and 4716 and 1524.5 move the
+  // count's origin to JD 0.
   const double a = fastFloor(y / 100.0);
   const double b = 2.0 - a + fastFloor(0.25 * a);
   const double jd = fastFloor(365.25 * (y + 4716.0)) +
@@ -289,6 +284,8 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
   const double z = fastFloor(x);
   // alpha from x rather than z: differs only within a day of a century
   // boundary, and is kept so (see JulianDate.FailsThroughItsFinalValidation).
+  // Gregorian centuries of 36524.25 days since 400-03-01 (JD 1867216.5),
+  // started a quarter day early so that the floor never sits on a boundary.
   const double alpha = fastFloor((x - 1867216.25) / 36524.25);
   const double a = z + 1.0 + alpha - fastFloor(0.25 * alpha);
   const double b = a + 1524.0;
@@ -313,7 +310,8 @@ DateTimeStruct DateTimeUtilities::julianDateToCalendar(double jd, Epoch epoch,
                                  fastFloor(r / 60.0),
                                  (s - w) + (r - 60.0 * fastFloor(r / 60.0))};
   raiseIf(dateTimeProblem(values, ts));
-  return validatedRecord(values);
+  // Checked just above: the constructor would only validate them again.
+  return DateTimeStruct::unchecked(values);
 }
 
 // --- Day of year and week

@@ -19,6 +19,9 @@ namespace KvDateTime {
 
 class DateTime;
 
+// Threads: every function depends only on its arguments and the tables built
+// at load, so any thread may call any of them at any time. A returned
+// diagnostic belongs to the caller.
 class KVDT_EXPORT DateTimeUtilities {
  public:
   using CalendarValues = std::array<double, 6>;  // y, mo, d, h, mi, s

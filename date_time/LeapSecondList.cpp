@@ -11,7 +11,9 @@
 namespace KvDateTime {
 namespace {
 
-[[noreturn]] void raise(const char* id, std::int64_t line) {
+using Korvane::DateTime::MsgId;
+
+[[noreturn]] void raise(MsgId id, std::int64_t line) {
   kvsvThrowIException(
       Korvane::DateTime::makeMsgId(id, {resource_core::MsgArgument(line)}));
 }
@@ -149,19 +151,19 @@ LeapSecondList LeapSecondListParser::parse(std::string_view text) {
                                ? toNumber<std::int64_t>(values[0])
                                : std::nullopt;
         if (!value || *value < 0 || slot)
-          raise("BadLeapSecondListLine", lineNo);
+          raise(MsgId::BadLeapSecondListLine, lineNo);
         slot = value;
         (tag == "#$" ? updatedText : expiresText) = values[0];
       } else if (fields[0] == "#h") {
         std::array<std::uint32_t, 5> words{};
         if (values.size() != 5 || statedHash)
-          raise("BadLeapSecondListLine", lineNo);
+          raise(MsgId::BadLeapSecondListLine, lineNo);
         for (std::size_t i = 0; i < 5; ++i) {
           // Publishers print each word without leading zeros.
           const auto w = values[i].size() <= 8
                              ? toNumber<std::uint32_t>(values[i], 16)
                              : std::nullopt;
-          if (!w) raise("BadLeapSecondListLine", lineNo);
+          if (!w) raise(MsgId::BadLeapSecondListLine, lineNo);
           words[i] = *w;
         }
         statedHash = words;
@@ -177,12 +179,13 @@ LeapSecondList LeapSecondListParser::parse(std::string_view text) {
         count == 2 ? toNumber<std::int64_t>(fields[0]) : std::nullopt;
     const auto offset =
         count == 2 ? toNumber<std::int64_t>(fields[1]) : std::nullopt;
-    if (!ntp || !offset || *ntp < 0) raise("BadLeapSecondListLine", lineNo);
+    if (!ntp || !offset || *ntp < 0)
+      raise(MsgId::BadLeapSecondListLine, lineNo);
     dataText.append(fields[0]).append(fields[1]);
 
     if (!haveData) {
       if (*ntp != kFirstNtp || *offset != kFirstTaiMinusUtc) {
-        raise("BadLeapSecondListStart", lineNo);
+        raise(MsgId::BadLeapSecondListStart, lineNo);
       }
     } else {
       const detail::CivilDate date =
@@ -190,10 +193,10 @@ LeapSecondList LeapSecondListParser::parse(std::string_view text) {
       if (*ntp <= lastNtp || *ntp % 86400 != 0 || date.day != 1 ||
           (date.month != 1 && date.month != 7) ||
           date.year > detail::kLastYear) {
-        raise("BadLeapSecondListDate", lineNo);
+        raise(MsgId::BadLeapSecondListDate, lineNo);
       }
       const std::int64_t step = *offset - lastOffset;
-      if (step != 1 && step != -1) raise("BadLeapSecondListStep", lineNo);
+      if (step != 1 && step != -1) raise(MsgId::BadLeapSecondListStep, lineNo);
       // A leap second on 1 July follows 30 June of the same year; one on
       // 1 January follows 31 December of the year before.
       const bool july = date.month == 7;
@@ -205,7 +208,7 @@ LeapSecondList LeapSecondListParser::parse(std::string_view text) {
     lastNtp = *ntp;
     lastOffset = *offset;
   }
-  if (!haveData) raise("BadLeapSecondListEmpty", lineNo + 1);
+  if (!haveData) raise(MsgId::BadLeapSecondListEmpty, lineNo + 1);
 
   if (statedHash) {
     // The published hash covers the digits of "#$", "#@" and the data
@@ -213,7 +216,8 @@ LeapSecondList LeapSecondListParser::parse(std::string_view text) {
     sha.update(updatedText);
     sha.update(expiresText);
     sha.update(dataText);
-    if (sha.finish() != *statedHash) raise("BadLeapSecondListHash", hashLine);
+    if (sha.finish() != *statedHash)
+      raise(MsgId::BadLeapSecondListHash, hashLine);
     list.hashChecked = true;
   }
   return list;

@@ -24,6 +24,7 @@
 
 namespace KvDateTime {
 
+// Threads: a plain value.
 struct LeapSecondList {
   // Only the years with a leap second appear.
   LeapSecondYears years;
@@ -32,6 +33,8 @@ struct LeapSecondList {
   bool hashChecked = false;  // a "#h" line was present and matched
 };
 
+// Threads: parsing shares nothing between calls; any thread may parse at any
+// time.
 class KVDT_EXPORT LeapSecondListParser {
  public:
   LeapSecondListParser() = delete;

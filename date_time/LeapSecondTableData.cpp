@@ -26,10 +26,7 @@ FXP::DataValue plusSeconds(const FXP::DataValue& v, double seconds,
 }
 
 DateTimeStruct lastRegularSecond(std::int32_t year, double month, double day) {
-  DateTimeStruct d;
-  d.year = year, d.month = month, d.day = day;
-  d.hour = 23, d.minute = 59, d.second = 59;
-  return d;
+  return DateTimeStruct::unchecked(year, month, day, 23, 59, 59);
 }
 
 }  // namespace

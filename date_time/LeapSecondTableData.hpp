@@ -27,6 +27,7 @@ namespace KvDateTime {
 using LeapSecondYears =
     std::map<std::int32_t, std::pair<std::int8_t, std::int8_t>>;
 
+// Threads: once built, only read (see above); share it by const reference.
 struct KVDT_EXPORT LeapSecondTableData {
   // Leap seconds in force before the first entry; lookups start from it.
   std::int32_t baseLeapSecondCount = 0;
@@ -45,6 +46,9 @@ struct KVDT_EXPORT LeapSecondTableData {
 // Builds the containers of a LeapSecondTableData from a year map. Its owner
 // fills the year map, epoch, storage type and start count, then calls
 // constructContainers() once (a second call appends every entry again).
+//
+// Threads: a creator is filled and used by one thread; the static build
+// functions share nothing and may run on several threads at once.
 class KVDT_EXPORT LeapSecondTableDataCreator {
  public:
   LeapSecondYears leapSecondYears;

@@ -8,6 +8,8 @@
 
 namespace KvDateTime {
 
+// Threads: pruning only reads its table and start, so many threads may prune
+// one shared table at once.
 class KVDT_EXPORT LeapSecondUtilities {
  public:
   LeapSecondUtilities() = delete;

@@ -146,14 +146,15 @@ template <typename Char>
 kvsvDiagnostic diagnosticFor(const PatternProblem& problem,
                              std::basic_string_view<Char> pattern) {
   using Korvane::DateTime::makeMsgId;
+  using Korvane::DateTime::MsgId;
   using resource_core::MsgArgument;
-  const char* id = nullptr;
+  MsgId id = MsgId::InvalidFormatChar;
   std::vector<MsgArgument> arguments{textArgument(pattern)};
   switch (problem.kind) {
     case Problem::None:
       return nullptr;
     case Problem::InvalidFormatChar:
-      id = "InvalidFormatChar";
+      id = MsgId::InvalidFormatChar;
       if constexpr (sizeof(Char) == 1) {
         arguments.emplace_back(
             std::string(1, static_cast<char>(problem.letter)));
@@ -162,10 +163,10 @@ kvsvDiagnostic diagnosticFor(const PatternProblem& problem,
       }
       break;
     case Problem::InvalidDayOfWeekToken:
-      id = "InvalidDayOfWeekToken";
+      id = MsgId::InvalidDayOfWeekToken;
       break;
     case Problem::MultipleFractionalSecondTokens:
-      id = "MultipleFractionalSecondTokens";
+      id = MsgId::MultipleFractionalSecondTokens;
       break;
   }
   return kvsvCreateDiagnostic(makeMsgId(id, std::move(arguments)),

@@ -18,6 +18,7 @@
 
 namespace KvDateTime {
 
+// Threads: pure functions, callable from any thread.
 class KVDT_EXPORT StorageTypeName {
  public:
   StorageTypeName() = delete;

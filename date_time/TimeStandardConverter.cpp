@@ -53,8 +53,8 @@ constexpr bool isTaiOrTt(TimeStandard ts) noexcept {
       v.getDataType(), DateTimeUtilities::secondsToTimeShift(1.0, julian));
   for (const FXP::DataValue& e : table.negativeLeapSecondInstants) {
     if (e <= v && v < e.add(e.getDataType(), one, control))
-      kvsvThrowIException(
-          Korvane::DateTime::makeMsgId("TimestampIsNegativeLeapSecond"));
+      kvsvThrowIException(Korvane::DateTime::makeMsgId(
+          Korvane::DateTime::MsgId::TimestampIsNegativeLeapSecond));
   }
 }
 

@@ -26,6 +26,9 @@
 
 namespace KvDateTime {
 
+// Threads: converters are const and hold only their target, and tables are
+// only read, so one converter and one table may serve every thread. The
+// lookup cursor and the MathControl are written: one of each per thread.
 class KVDT_EXPORT TimeStandardConverter {
  public:
   // The common signature of the static conversions. `cursor` (may be null)

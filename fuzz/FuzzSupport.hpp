@@ -52,7 +52,7 @@ inline bool oneOf(const std::string& id,
 }
 
 // The calendar Ids the validators and converters may name.
-inline constexpr std::initializer_list<std::string_view> kCalendarIds = {
+inline const std::initializer_list<std::string_view> kCalendarIds = {
     "BadYear",          "BadMonth",      "BadDayOfMonth",
     "BadHour",          "BadMinute",     "BadSecond",
     "BadSecondUTC",     "BadLeapSecond", "BadYearModelConfig",

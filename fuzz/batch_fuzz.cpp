@@ -183,9 +183,8 @@ void fromCalendarCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard ts,
   for (std::size_t i = 0; i < n; ++i) {
     try {
       const double* r = &rows[6 * i];
-      DateTimeStruct cal;
-      cal.year = r[0], cal.month = r[1], cal.day = r[2];
-      cal.hour = r[3], cal.minute = r[4], cal.second = r[5];
+      const DateTimeStruct cal =
+          DateTimeStruct::unchecked(r[0], r[1], r[2], r[3], r[4], r[5]);
       if (checked) {
         for (int f = 0; f < 6; ++f)
           if (!std::isfinite(r[f])) throw std::invalid_argument("");

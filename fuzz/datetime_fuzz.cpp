@@ -414,9 +414,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
     v[4] = in.ConsumeIntegralInRange<int>(0, 59);
     v[5] =
         in.ConsumeIntegralInRange<int>(0, 60) + in.ConsumeProbability<double>();
-    DateTimeStruct cal;
-    cal.year = v[0], cal.month = v[1], cal.day = v[2];
-    cal.hour = v[3], cal.minute = v[4], cal.second = v[5];
+    const DateTimeStruct cal = DateTimeStruct::unchecked(v);
     // A UTC second of 60.x is validated as 59.x, wherever it lies: its
     // position is judged only on reading back.
     std::array<double, 6> judged = v;

@@ -12,6 +12,7 @@
 //   the same pattern followed by 64 spaces render alike but for the spaces;
 // - a pattern without letters or apostrophes renders as itself.
 
+#include <array>
 #include <stdexcept>
 #include <string>
 
@@ -98,15 +99,11 @@ void checkDiagnostic(const std::u16string& p, const kvsvDiagnostic& d) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size) {
   FuzzedDataProvider in(data, size);
-  DateTimeStruct r;
   const bool plausible = in.ConsumeBool();
-  for (double* x : {&r.year, &r.month, &r.day, &r.hour, &r.minute, &r.second})
-    *x = kvfuzz::anyDouble(in);
-  if (plausible) {
-    double ymd[3];
-    kvfuzz::plausibleDate(in, ymd);
-    r.year = ymd[0], r.month = ymd[1], r.day = ymd[2];
-  }
+  std::array<double, 6> v;
+  for (double& x : v) x = kvfuzz::anyDouble(in);
+  if (plausible) kvfuzz::plausibleDate(in, v.data());
+  const DateTimeStruct r = DateTimeStruct::unchecked(v);
   const TimeStandard ts = kvfuzz::anyStandard(in);
   const std::u16string p = anyPattern(in);
   const std::string where = narrow(p);

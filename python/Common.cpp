@@ -91,15 +91,8 @@ DateTimeStruct checkedReading(
       throw std::invalid_argument("a calendar field is not a finite number");
   if (kvsvDiagnostic d = KvDateTime::DateTimeUtilities::validateDateTime(c, ts))
     kvsvThrowIExceptionFromDiagnostic(d, nullptr);
-  // Fields set one by one: the array constructor would validate again.
-  DateTimeStruct cal;
-  cal.year = c[0];
-  cal.month = c[1];
-  cal.day = c[2];
-  cal.hour = c[3];
-  cal.minute = c[4];
-  cal.second = c[5];
-  return cal;
+  // Unchecked: the array constructor would validate again.
+  return DateTimeStruct::unchecked(c);
 }
 
 std::u16string checkedPattern(const std::u16string& pattern) {

@@ -5,9 +5,13 @@ source line; the file is restored with `git checkout` afterwards, whatever
 happens. Never commit while it runs.
 
 usage: tests/fault_check.py [BUILD_DIR] [FAULT_NAME...]
+       tests/fault_check.py --check
   BUILD_DIR defaults to build/release (configured already). Prints one line per
   fault: caught (with the first failing tests), caught by the build, or
-  MISSED; exits 1 if any fault was missed.
+  MISSED; exits 1 if any fault was missed. A fault whose text is not found
+  exactly once, or lies in a comment, is refused (SETUP) and counts as
+  missed: a fault planted in a comment changes nothing and proves nothing.
+  --check only validates the list, without building.
 """
 import pathlib
 import re
@@ -16,7 +20,8 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
-# name, file, exact text of the line part to replace, replacement
+# name, file, exact text of the line part to replace (within one code line),
+# replacement
 FAULTS = [
     ("month length off by one", "date_time/DateTimeUtilities.cpp",
      "detail::monthLength(leap, static_cast<unsigned>(m))) {",
@@ -28,8 +33,8 @@ FAULTS = [
      "const bool janFeb = dayOfYear >= 306;",
      "const bool janFeb = dayOfYear >= 305;"),
     ("calendar reading's minute off", "date_time/CalendarCore.hpp",
-     "r.minute = static_cast<double>(sec % 3600 / 60);",
-     "r.minute = static_cast<double>(sec % 3599 / 60);"),
+     "static_cast<double>(sec % 3600 / 60),",
+     "static_cast<double>(sec % 3599 / 60),"),
     ("fxp sign extension lost below 65 bits", "host/fxp/DataValue.cpp",
      "if (isSigned && ((v >> (bits - 1)) & 1)) v |= ~mask;",
      "if (isSigned && ((v >> (bits - 1)) & 1) && bits > 64) v |= ~mask;"),
@@ -49,8 +54,8 @@ FAULTS = [
      "return guard && (sticky || odd);",
      "return guard && (sticky || odd || !odd);"),
     ("wrong diagnostic Id", "date_time/DateTimeUtilities.cpp",
-     'return ts == TimeStandard::UTC ? "BadSecondUTC" : "BadSecond";',
-     'return ts == TimeStandard::UTC ? "BadSecond" : "BadSecond";'),
+     "return ts == TimeStandard::UTC ? MsgId::BadSecondUTC : MsgId::BadSecond;",
+     "return ts == TimeStandard::UTC ? MsgId::BadSecond : MsgId::BadSecond;"),
     ("epoch offset UTC shift sign", "date_time/DateTimeUtilities.cpp",
      "const double shift = ts == TimeStandard::UTC ? -kUtcShift : kTtShift;",
      "const double shift = ts == TimeStandard::UTC ? kUtcShift : kTtShift;"),
@@ -84,8 +89,8 @@ FAULTS = [
      "  return FXP::DataValue::fromDouble(FXP::DataType::doubleT(), x, "
      "control.getMathMode()).convert(type, const_cast<FXP::MathControl&>(control));"),
     ("refused fromCompact changes the flag", "date_time/DateTime.cpp",
-     "  // Read into a temporary first: a rejected encoding leaves *this as it was.",
-     "  this->isLeapSecond = isLeapSecond;"),
+     "  const FXP::DataValue read =",
+     "  this->isLeapSecond = isLeapSecond;\n  const FXP::DataValue read ="),
     ("refused TDB step moves the cursor", "date_time/TimeStandardConverter.cpp",
      "cursor ? &position : nullptr, holdCursor);",
      "cursor, holdCursor);"),
@@ -96,12 +101,34 @@ def run(cmd, cwd=ROOT):
     return subprocess.run(cmd, cwd=cwd, capture_output=True, text=True)
 
 
+def setup_problem(fault):
+    """Why the fault cannot be planted as listed, or None."""
+    _, rel, old, _ = fault
+    text = (ROOT / rel).read_text()
+    if "\n" in old:
+        return f"{old!r} spans lines"
+    if text.count(old) != 1:
+        return f"{old!r} occurs {text.count(old)} times in {rel}"
+    at = text.index(old)
+    line_start = text.rfind("\n", 0, at) + 1
+    line_end = text.find("\n", at)
+    line = text[line_start:line_end if line_end >= 0 else len(text)]
+    before = text[line_start:at]
+    code = line.lstrip()
+    if code.startswith(("//", "/*", "*")) or "//" in before or "/*" in before:
+        return f"{old!r} is in a comment in {rel}: {line.strip()!r}"
+    if "//" in old:
+        return f"{old!r} reaches into a comment in {rel}"
+    return None
+
+
 def check(build, fault):
     name, rel, old, new = fault
+    problem = setup_problem(fault)
+    if problem:
+        return "SETUP: " + problem
     path = ROOT / rel
     text = path.read_text()
-    if text.count(old) != 1:
-        return f"SETUP: {old!r} occurs {text.count(old)} times in {rel}"
     path.write_text(text.replace(old, new))
     try:
         b = run(["cmake", "--build", build, "-j2"])
@@ -118,6 +145,12 @@ def check(build, fault):
 
 
 def main():
+    if sys.argv[1:] == ["--check"]:
+        problems = [(f[0], setup_problem(f)) for f in FAULTS]
+        for name, problem in problems:
+            if problem:
+                print(f"{name}: SETUP: {problem}")
+        sys.exit(1 if any(p for _, p in problems) else 0)
     build = sys.argv[1] if len(sys.argv) > 1 else "build/release"
     only = set(sys.argv[2:])
     if run(["git", "diff", "--quiet", "--", "date_time", "host"]).returncode:

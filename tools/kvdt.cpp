@@ -119,7 +119,7 @@ void throwIfSet(kvsvDiagnostic d) {
 DateTimeStruct validReading(const std::string& text, TimeStandard ts) {
   const DateTimeUtilities::CalendarValues v = Clock::parseReading(text);
   throwIfSet(DateTimeUtilities::validateDateTime(v, ts));
-  return DateTimeStruct(v);
+  return DateTimeStruct::unchecked(v);
 }
 
 // Arguments are checked to be UTF-8 before parsing (see checkArguments), so

@@ -16,7 +16,7 @@ void kvsvThrowIException(const resource_core::BaseMsgID& msg) {
 
 namespace Korvane::DateTime {
 
-kvsvDiagnostic makeDiagnostic(const char* id) {
+kvsvDiagnostic makeDiagnostic(MsgId id) {
   return kvsvCreateDiagnostic(makeMsgId(id), std::string());
 }
 
@@ -33,7 +33,7 @@ void throwBatchElementFailed(std::size_t index) {
   std::shared_ptr<const kvsvDiagnosticImpl> diagnostic(
       kvsvCreateDiagnostic(
           makeMsgId(
-              "BatchElementFailed",
+              MsgId::BatchElementFailed,
               {resource_core::MsgArgument(static_cast<std::int64_t>(index)),
                resource_core::MsgArgument(std::move(cause))}),
           std::string())

@@ -18,7 +18,7 @@
 namespace Korvane::DateTime {
 
 // The diagnostic a validator returns for `id` (no arguments).
-KVDT_EXPORT kvsvDiagnostic makeDiagnostic(const char* id);
+KVDT_EXPORT kvsvDiagnostic makeDiagnostic(MsgId id);
 
 // Called inside a handler: throws the host's IException carrying
 // "Korvane:DateTime:BatchElementFailed" (the element's index, the handled

@@ -20,6 +20,7 @@ namespace resource_core {
 // 16-bit string, in that order of alternatives.
 using MsgArgument = std::variant<std::int64_t, std::string, std::u16string>;
 
+// Threads: a value; a const one may be read from any thread.
 class BaseMsgID {
  public:
   BaseMsgID(std::string catalog, std::string id,
@@ -45,6 +46,9 @@ class BaseMsgID {
 }  // namespace resource_core
 
 // A created diagnostic: the identifier, its arguments and the rendered text.
+//
+// Threads: not changed after creation, so a const one may be read from any
+// thread; the owning handle itself is passed on, not shared.
 class kvsvDiagnosticImpl {
  public:
   kvsvDiagnosticImpl(const resource_core::BaseMsgID& msg, std::string context);
@@ -71,6 +75,9 @@ using kvsvDiagnostic = std::unique_ptr<kvsvDiagnosticImpl>;
 namespace foundation::core::except {
 
 // The host's exception: it carries one diagnostic.
+//
+// Threads: copies share one const diagnostic through an atomic count, so
+// copies may travel to and be read on other threads.
 class IException : public std::exception {
  public:
   // `context` is extra text for what(); the diagnostic itself is unchanged.
@@ -104,6 +111,8 @@ namespace foundation::core::diag {
 
 }  // namespace foundation::core::diag
 
+// Threads: the service functions below use no shared mutable state; any
+// thread may call them.
 // Creates a diagnostic for `msg`; `context` is free text kept beside it.
 kvsvDiagnostic kvsvCreateDiagnostic(const resource_core::BaseMsgID& msg,
                                     const std::string& context);

@@ -243,6 +243,13 @@ std::optional<std::u16string> toUtf16(std::string_view utf8,
   return out;
 }
 
+std::vector<std::string_view> catalogIdentifiers() {
+  std::vector<std::string_view> ids;
+  ids.reserve(kCatalog.size());
+  for (const CatalogEntry& e : kCatalog) ids.push_back(e.identifier);
+  return ids;
+}
+
 std::string renderMessage(std::string_view identifier,
                           const std::vector<MsgArgument>& arguments) {
   const auto* entry =

@@ -9,6 +9,8 @@
 
 #include "host/diag/Diagnostic.hpp"
 
+// Threads: the catalog is a constant table; any thread may render messages
+// at any time.
 namespace resource_core {
 
 // The catalog text for "<catalog>:<id>" with "{N}" replaced by argument N
@@ -17,6 +19,9 @@ namespace resource_core {
 // by its arguments, so a message is never empty.
 std::string renderMessage(std::string_view identifier,
                           const std::vector<MsgArgument>& arguments);
+
+// Every identifier the catalog has a text for, in ascending order.
+std::vector<std::string_view> catalogIdentifiers();
 
 // UTF-16 to UTF-8; unpaired surrogates become U+FFFD.
 std::string toUtf8(std::u16string_view text);

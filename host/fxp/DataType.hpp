@@ -29,10 +29,14 @@ namespace FXP {
 // DataType is one 64-bit word with a canonical layout, so that the arithmetic
 // fast paths test "same type" with one integer comparison and a copy is one
 // move.
+//
+// Threads: a plain value.
 class DataType {
  public:
   static constexpr int kFixedKind = 0;
   static constexpr int kDoubleKind = 2;
+  // The host library's own limits, so that a type accepted here is one the
+  // host accepts too.
   static constexpr int kMinWordLength = 1;
   static constexpr int kMaxWordLength = 128;
   static constexpr int kMinFractionLength = -128;

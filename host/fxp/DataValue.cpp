@@ -242,6 +242,8 @@ Exact exactOfDouble(double d) {
   std::uint64_t m = bits & ((std::uint64_t{1} << 52) - 1);
   if (biased != 0) m |= std::uint64_t{1} << 52;
   r.neg = (bits >> 63) != 0 && (m != 0);
+  // The exponent of the mantissa's last bit: bias 1023 plus 52 fraction
+  // bits; subnormals share the smallest normal exponent's step.
   r.exp = biased != 0 ? biased - 1075 : -1074;
   r.mag = natOf(m);
   return r;
@@ -325,7 +327,7 @@ double roundToDouble(const Exact& x, bool& overflow) {
   if (x.mag.n == 0) return 0.0;
   const int bl = bitLength(x.mag);
   const long top = static_cast<long>(x.exp) + bl - 1;
-  if (top > 1023) {
+  if (top > 1023) {  // beyond the largest finite double's exponent
     overflow = true;
     return x.neg ? -DBL_MAX : DBL_MAX;
   }

@@ -46,6 +46,9 @@ namespace detail {
 struct Exact;  // an exact intermediate result, defined with the arithmetic
 }  // namespace detail
 
+// Threads: a value with no shared state; const operations on one value may
+// run on many threads at once. Arithmetic writes only to the caller's
+// MathControl, which is per thread.
 class DataValue {
  public:
   // +0.0 in the double type.
@@ -235,6 +238,8 @@ inline bool scaledToStored(const DataType& type, double value, MathMode mode,
                            std::int64_t& stored) noexcept {
   const double s = value * pow2(type.fractionLength());
   const double a = std::fabs(s);  // one mask; -0.0 and NaN fare as before
+  // 2^-1000 keeps s well clear of the subnormals (below 2^-1022), where the
+  // scaling would no longer be exact.
   if (!(a < 0x1p62 && (a >= 0x1p-1000 || value == 0))) return false;
   const std::int64_t r = roundScaled(s, mode.roundingCode());
   const int w = type.wordLength();

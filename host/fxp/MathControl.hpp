@@ -6,6 +6,9 @@ namespace FixptRangeMath {
 
 // Records that an arithmetic result fell outside its type's range. Installed
 // on a MathControl by its owner; the control never owns or deletes it.
+//
+// Threads: the count is not synchronised; a logger is written by one thread
+// at a time, normally the one owning its control.
 class FixptRangeMathLogger {
  public:
   // Called by the arithmetic once per overflowing result (saturated, or
@@ -25,6 +28,8 @@ namespace FXP {
 
 // How a fixed-point result is brought into its type: a rounding code, then an
 // overflow code. A double result is always the nearest double, ties to even.
+//
+// Threads: a plain value.
 class MathMode {
  public:
   enum Rounding : std::uint8_t {

@@ -12,6 +12,7 @@
 
 namespace KvTypeSys {
 
+// Threads: pure functions, callable from any thread.
 struct KvDateTimeDataTypeUtils {
   // Double, or signed / unsigned fixed point. Throws std::invalid_argument
   // for a record FXP::DataType refuses.
@@ -26,6 +27,9 @@ struct KvDateTimeDataTypeUtils {
 
 // Data types registered by the host. The entry at identifier + 1 holds the
 // type; index 0 is the table's own and never a type.
+//
+// Threads: add changes the table and needs the owner's exclusion; a table no
+// longer being added to may be read (at, size) from any thread.
 class DataTypeTable {
  public:
   DataTypeTable() = default;

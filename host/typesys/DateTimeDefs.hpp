@@ -3,6 +3,7 @@
 
 #include "host/typesys/DateTimeEnums.hpp"
 
+// Threads: the names are constant strings; any thread may ask for them.
 namespace DateTimeDefs {
 
 // "TAI", "UTC", "TT", "TDB". A value outside the enumeration gives

@@ -25,6 +25,9 @@ enum class voClassID : std::int32_t {
 // a value outside the enumeration.
 std::size_t voElementSize(voClassID id);
 
+// Threads: an array belongs to whoever holds its handle; const reads of one
+// array may run on several threads, writes through data() need the owner's
+// exclusion. Creating and destroying arrays may happen on any thread.
 class voArray {
  public:
   voClassID classID() const noexcept { return classID_; }

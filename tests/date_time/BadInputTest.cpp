@@ -24,14 +24,13 @@ using namespace KvDateTime;
 using DTU = DateTimeUtilities;
 using E = Epoch;
 using FXP::DataType, FXP::DataValue, FXP::MathControl, FXP::MathMode;
-using kvtest::handFilled;
 using TS = TimeStandard;
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr TS kBadStandard = static_cast<TS>(INT32_MAX);
 constexpr DataType kDouble = DataType::doubleT();
 constexpr DataType kFixed = DataType::fixedT(true, 64, 32);
-const DateTimeStruct kCal = handFilled(2024, 3, 5, 7, 8, 9.25);
+const DateTimeStruct kCal = DateTimeStruct::unchecked(2024, 3, 5, 7, 8, 9.25);
 
 // Offsets and Sunday shifts of stray epochs are the calendar tests'; here
 // the converters and the documented returns of the seconds count.
@@ -86,13 +85,13 @@ TEST(BadInput, WholePartWrapsToSixtyFourBits) {
                              DataValue().minus(s128, two64, c).add(s128, five,
                                                                    c)}) {
     const DateTime dt(DvLs{v, false}, E::Epoch1970, TS::UTC);
-    EXPECT_EQ(dt.toDateTimeStruct(), handFilled(1970, 1, 1, 0, 0, 5));
+    EXPECT_EQ(dt.toDateTimeStruct(), DateTimeStruct::unchecked(1970, 1, 1, 0, 0, 5));
     EXPECT_EQ(kvtest::idOf(DTU::validateDateTime(dt)), "");
   }
   // 1957-12-31 23:59:00 TAI lies 378691260 s of calendar before 1970, and
   // the 1970 epoch itself 10 s into TAI's 1970-01-01.
   const DataType u64 = DataType::fixedT(false, 64, 0);
-  const DateTimeStruct y1957 = handFilled(1957, 12, 31, 23, 59, 0);
+  const DateTimeStruct y1957 = DateTimeStruct::unchecked(1957, 12, 31, 23, 59, 0);
   const DateTime dt(y1957, E::Epoch1970, TS::TAI, u64);
   std::uint64_t stored = 0;
   dt.toCompact(&stored);
@@ -142,8 +141,9 @@ TEST(BadInput, ConverterOffsetSaturatesUnheard) {
 // const reference, and it has no mutable member.)
 TEST(BadInput, RefusedConversionsKeepTheCursor) {
   const LeapSecondYears years{{1972, {1, 1}}, {1990, {-1, 0}}, {2016, {0, 1}}};
-  const DateTimeStruct late = handFilled(2020, 1, 1, 0, 0, 0);
-  const DateTimeStruct removed = handFilled(1990, 6, 30, 23, 59, 59.5);
+  const DateTimeStruct late = DateTimeStruct::unchecked(2020, 1, 1, 0, 0, 0);
+  const DateTimeStruct removed =
+      DateTimeStruct::unchecked(1990, 6, 30, 23, 59, 59.5);
   // clang-format off
   const std::string storage = DateTimeDefs::storageDataTypeName(StorageDataType::SignedFixedPoint);
   const std::string seconds1970 = DateTimeDefs::timePointModeName(TimePointMode::SecondsSince1970);

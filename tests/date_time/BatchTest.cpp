@@ -376,13 +376,7 @@ TEST(BatchFromCalendar, EqualsTheConstructorInEveryEpochStandardAndType) {
                 Korvane::DateTime::throwIfSet(
                     DateTimeUtilities::validateDateTime(row, ts));
               }
-              DateTimeStruct cal;
-              cal.year = row[0];
-              cal.month = row[1];
-              cal.day = row[2];
-              cal.hour = row[3];
-              cal.minute = row[4];
-              cal.second = row[5];
+              const DateTimeStruct cal = DateTimeStruct::unchecked(row);
               if (checked &&
                   !DateTime::isValueInRangeOfType(cal, epoch, ts, type))
                 throw std::overflow_error("");

@@ -125,10 +125,12 @@ TEST(CalendarOracle, RandomReadingsAndCountsAgreeWithThreeCalendars) {
       const bpt::ptime p = epoch1958 + bpt::seconds(far.wholePart);
       const auto ymd = p.date().year_month_day();
       const bpt::time_duration tod = p.time_of_day();
-      theirs = kvtest::handFilled(ymd.year, ymd.month.as_number(),
-                                  ymd.day.as_number(), tod.hours(),
-                                  tod.minutes(), tod.seconds() + 0.25)
-                   .toArray();
+      theirs = {static_cast<double>(ymd.year),
+                static_cast<double>(ymd.month.as_number()),
+                static_cast<double>(ymd.day.as_number()),
+                static_cast<double>(tod.hours()),
+                static_cast<double>(tod.minutes()),
+                tod.seconds() + 0.25};
     } catch (const boost::gregorian::bad_year&) {
       theirId = "BadYear";
     }

@@ -30,7 +30,6 @@ using KvDateTime::DateTimeParser;
 using KvDateTime::DateTimeStruct;
 using KvDateTime::DateTimeStructFormatter;
 using KvDateTime::TimeStandard;
-using kvtest::handFilled;
 using kvtest::idOf;
 
 std::u16string widen(std::string_view s) { return {s.begin(), s.end()}; }
@@ -121,7 +120,7 @@ TEST(PatternReading, ReadsWhatTheFieldsSay) {
       continue;
     }
     ASSERT_EQ(failureOf(d), "");
-    EXPECT_EQ(r, handFilled(c.y, c.mo, c.d, c.h, c.mi, r.second));
+    EXPECT_EQ(r, DateTimeStruct::unchecked(c.y, c.mo, c.d, c.h, c.mi, r.second));
     EXPECT_NEAR(r.second, c.s, 1e-12);
     // The 16-bit overload reads the same.
     EXPECT_EQ(DateTimeParser::parse(widen(c.text), widen(c.pattern), c.ts), r);
@@ -197,7 +196,7 @@ DateTimeStruct randomRecord(std::mt19937_64& rng, int fractionDigits,
     for (int k = 0; k < fractionDigits; ++k) digits += char('0' + rng() % 10);
     second = decimalRoundedUp(std::to_string(whole) + '.' + digits);
   }
-  return handFilled(year, month, day, hour, minute, second);
+  return DateTimeStruct::unchecked(year, month, day, hour, minute, second);
 }
 
 TEST(PatternRoundTrip, ParseOfFormatIsTheRecord) {
@@ -263,7 +262,7 @@ TEST(PatternOracle, AgreesWithStrptimeAndTimegm) {
       continue;
     }
     ASSERT_EQ(failure, "");
-    EXPECT_EQ(r, handFilled(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
+    EXPECT_EQ(r, DateTimeStruct::unchecked(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
                             tm.tm_hour, tm.tm_min, tm.tm_sec));
     // The weekday and day-of-year checks accept timegm's and nothing else.
     const std::string dated = std::string(text) + ' ' +
@@ -313,7 +312,7 @@ TEST(IsoReading, AgreesWithHinnantDateParse) {
     const date::hh_mm_ss<std::chrono::nanoseconds> clock(tp - day);
 
     const DateTimeStruct r = DateTimeParser::parseIso8601(text, UTC);
-    EXPECT_EQ(r, handFilled(int(ymd.year()), unsigned(ymd.month()),
+    EXPECT_EQ(r, DateTimeStruct::unchecked(int(ymd.year()), unsigned(ymd.month()),
                             unsigned(ymd.day()), clock.hours().count(),
                             clock.minutes().count(), r.second));
     EXPECT_EQ(std::floor(r.second),
@@ -357,7 +356,7 @@ const IsoCase kIsoCases[] = {
 TEST(IsoReading, FormsAndFailures) {
   for (const IsoCase& c : kIsoCases) {
     SCOPED_TRACE(c.text);
-    DateTimeStruct r = handFilled(1, 2, 3, 4, 5, 6);
+    DateTimeStruct r = DateTimeStruct::unchecked(1, 2, 3, 4, 5, 6);
     const DateTimeStruct before = r;
     const std::string failure =
         failureOf(DateTimeParser::tryParseIso8601(c.text, c.ts, r));
@@ -366,7 +365,7 @@ TEST(IsoReading, FormsAndFailures) {
       EXPECT_EQ(r, before);  // untouched on failure
       continue;
     }
-    EXPECT_EQ(r, handFilled(c.y, c.mo, c.d, c.h, c.mi, r.second));
+    EXPECT_EQ(r, DateTimeStruct::unchecked(c.y, c.mo, c.d, c.h, c.mi, r.second));
     EXPECT_NEAR(r.second, c.s, 1e-13);
     EXPECT_EQ(DateTimeParser::parseIso8601(widen(c.text), c.ts), r);
   }
@@ -443,7 +442,7 @@ const BadInput kBadInputs[] = {
 TEST(PatternFailure, NamesTheIdAndPosition) {
   for (const BadInput& c : kBadInputs) {
     SCOPED_TRACE(testing::Message() << c.pattern << " | " << c.text);
-    DateTimeStruct r = handFilled(1, 2, 3, 4, 5, 6);
+    DateTimeStruct r = DateTimeStruct::unchecked(1, 2, 3, 4, 5, 6);
     const DateTimeStruct before = r;
     kvsvDiagnostic d = DateTimeParser::tryParse(c.text, c.pattern, c.ts, r);
     EXPECT_EQ(failureOf(d), c.failure);
@@ -480,7 +479,7 @@ TEST(PatternFailure, MessagesComeFromTheCatalog) {
 // --------------------------------------------------------------- encodings
 
 TEST(PatternReading, NonAsciiLiteralsInBothEncodings) {
-  const DateTimeStruct expected = handFilled(2024, 3, 5, 0, 0, 0);
+  const DateTimeStruct expected = DateTimeStruct::unchecked(2024, 3, 5, 0, 0, 0);
   EXPECT_EQ(DateTimeParser::parse("2024年3月5日", "yyyy年M月d日", UTC),
             expected);
   EXPECT_EQ(DateTimeParser::parse(u"2024年3月5日", u"yyyy年M月d日", UTC),
@@ -506,7 +505,7 @@ TEST(PatternReading, SuccessAllocatesNothing) {
     r = DateTimeParser::parse("20240305", "yyyyMMdd", UTC);
   }
   EXPECT_EQ(kvtest::allocations.load() - before, 0);
-  EXPECT_EQ(r, handFilled(2024, 3, 5, 0, 0, 0));
+  EXPECT_EQ(r, DateTimeStruct::unchecked(2024, 3, 5, 0, 0, 0));
   const long failing = kvtest::allocations.load();
   EXPECT_FALSE(kvtest::thrownId([&] {
                  DateTimeParser::parse(u"x", pattern, UTC);

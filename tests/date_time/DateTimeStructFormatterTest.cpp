@@ -23,11 +23,11 @@ namespace {
 using F = KvDateTime::DateTimeStructFormatter;
 using KvDateTime::DateTimeStruct;
 using KvDateTime::TimeStandard;
-using kvtest::handFilled;
 using resource_core::toUtf8;
 
 const double kNaN = std::nan("");
-const DateTimeStruct kSample = handFilled(2024, 3, 5, 7, 8, 9.25);  // Tuesday
+const DateTimeStruct kSample =
+    DateTimeStruct::unchecked(2024, 3, 5, 7, 8, 9.25);  // Tuesday
 
 std::u16string callMember(const F& f, char16_t c, int n, bool& printed) {
   static const std::u16string counted = u"yuMdDeHhms";
@@ -71,7 +71,7 @@ TEST(LetterRendering, MemberTokenAndPatternAgree) {
   EXPECT_FALSE(printed);
 }
 
-const DateTimeStruct kFeb29 = handFilled(2023, 2, 29, 0, 0, 0);
+const DateTimeStruct kFeb29 = DateTimeStruct::unchecked(2023, 2, 29, 0, 0, 0);
 
 // The text, or "!" and the Id of the refusal (with the letter argument of
 // InvalidFormatChar). An even apostrophe run quotes nothing, an odd one opens
@@ -95,16 +95,16 @@ const std::tuple<DateTimeStruct, const char16_t*, const char*> kPatterns[] = {
     {kSample, u"'''yyyy''' yyyyMMddHHmmss 'abc", "'yyyy' 20240305070809 abc"},
     {kSample, u"e|ee|t|G", "3|03|UTC|CE"},  // the weekday from Sunday
     // Eras: year 0 is 1 BCE; yy keeps two digits of the year of era.
-    {handFilled(-43, 1, 1, 0, 0, 0), u"G y u uuuu yy", "BCE 44 -43 -0043 44"},
-    {handFilled(0, 1, 1, 0, 0, 0), u"G y u uuu yy", "BCE 1 0 000 01"},
+    {DateTimeStruct::unchecked(-43, 1, 1, 0, 0, 0), u"G y u uuuu yy", "BCE 44 -43 -0043 44"},
+    {DateTimeStruct::unchecked(0, 1, 1, 0, 0, 0), u"G y u uuu yy", "BCE 1 0 000 01"},
     // Hand-filled fields: truncated to 32 bits, then their low 8 bits; the
     // year to 64 bits; NaN and overflow read as the integer minimum.
-    {handFilled(2024, 259, 261.9, 268, 264, 265.5), u"MMM d h a m s", "Mar 5 12 PM 8 9"},
-    {handFilled(2024, 3, 5, kNaN, kNaN, 0), u"H h a m", "0 12 AM 0"},
-    {handFilled(1e300, 3, 5, 0, 0, 0), u"u|y|G", "-9223372036854775808|9223372036854775809|BCE"},
-    {handFilled(kNaN, 3, 5, 0, 0, 0), u"uuuuuuuuuuuu", "-9223372036854775808"},
-    {handFilled(2024, 0, 5, 0, 0, 0), u"M", "!out_of_range"},
-    {handFilled(2024, 13, 5, 0, 0, 0), u"MMM", "!out_of_range"},
+    {DateTimeStruct::unchecked(2024, 259, 261.9, 268, 264, 265.5), u"MMM d h a m s", "Mar 5 12 PM 8 9"},
+    {DateTimeStruct::unchecked(2024, 3, 5, kNaN, kNaN, 0), u"H h a m", "0 12 AM 0"},
+    {DateTimeStruct::unchecked(1e300, 3, 5, 0, 0, 0), u"u|y|G", "-9223372036854775808|9223372036854775809|BCE"},
+    {DateTimeStruct::unchecked(kNaN, 3, 5, 0, 0, 0), u"uuuuuuuuuuuu", "-9223372036854775808"},
+    {DateTimeStruct::unchecked(2024, 0, 5, 0, 0, 0), u"M", "!out_of_range"},
+    {DateTimeStruct::unchecked(2024, 13, 5, 0, 0, 0), u"MMM", "!out_of_range"},
     {kFeb29, u"D", "!BadDayOfMonth"},
     {kFeb29, u"e", "!BadDayOfMonth"},
     {kFeb29, u"yyyy-MM-dd", "2023-02-29"}};
@@ -144,9 +144,10 @@ TEST(PatternRendering, FractionDigitsMatchPrintf) {
     std::snprintf(text, sizeof text, "%.15f", std::modf(s, &whole));
     const int n = 9 - i / 3 % 9;
     bool printed = false;
-    ASSERT_EQ(F(handFilled(2024, 3, 5, 0, 0, s), TimeStandard::UTC)
-                  .format_S(n, printed),
-              std::u16string(text + 2, text + 2 + n))
+    ASSERT_EQ(
+        F(DateTimeStruct::unchecked(2024, 3, 5, 0, 0, s), TimeStandard::UTC)
+            .format_S(n, printed),
+        std::u16string(text + 2, text + 2 + n))
         << std::hexfloat << s;
   }
 }
@@ -180,8 +181,9 @@ TEST(IcuOracle, SharedLettersAgree) {
     // A quarter millisecond above ICU's, so that three cut digits agree.
     const double second =
         get(UCAL_SECOND) + (get(UCAL_MILLISECOND) + 0.25) / 1000;
-    const F f(handFilled(get(UCAL_YEAR), get(UCAL_MONTH) + 1, get(UCAL_DATE),
-                         get(UCAL_HOUR_OF_DAY), get(UCAL_MINUTE), second),
+    const F f(DateTimeStruct::unchecked(get(UCAL_YEAR), get(UCAL_MONTH) + 1,
+                                        get(UCAL_DATE), get(UCAL_HOUR_OF_DAY),
+                                        get(UCAL_MINUTE), second),
               TimeStandard::UTC);
     icu::UnicodeString theirs;
     icu::FieldPosition position;

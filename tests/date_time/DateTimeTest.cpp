@@ -60,9 +60,11 @@ TEST(DateTimeValue, MatchesExactOracleAndReadsBack) {
       hour(0, 23), minute(0, 59), second(0, 59), frac(0, (1 << 20) - 1);
   for (int i = 0; i < kvtest::scaled(4000); ++i) {
     const bool whole = i % 2 == 0;
-    const DateTimeStruct cal =
-        handFilled(year(rng), month(rng), day(rng), hour(rng), minute(rng),
-                   second(rng) + (whole ? 0.0 : std::ldexp(frac(rng), -20)));
+    // One draw after another, in the order of the fields.
+    const double y = year(rng), mo = month(rng), d = day(rng), h = hour(rng),
+                 mi = minute(rng),
+                 s = second(rng) + (whole ? 0.0 : std::ldexp(frac(rng), -20));
+    const DateTimeStruct cal = DateTimeStruct::unchecked(y, mo, d, h, mi, s);
     for (int k = 0; k < 24; ++k)  // every epoch in every time standard
       for (const DataType& t : types) {
         const auto e = Epoch(k % 6);
@@ -135,10 +137,10 @@ TEST(DateTimeValue, LeapSecondFlagFollowsTheRules) {
   // second back. (Its value, that of the second before, is held to ERFA in
   // every epoch and storage by the inserted-second conversions.)
   for (const auto& [cal, epoch, type] :
-       {std::tuple{handFilled(2016, 12, 31, 23, 59, 60.5), Epoch::Epoch1970,
-                   kI64f32},
-        std::tuple{handFilled(2015, 6, 30, 23, 59, 60), Epoch::EpochMJD,
-                   DataType::doubleT()}}) {
+       {std::tuple{DateTimeStruct::unchecked(2016, 12, 31, 23, 59, 60.5),
+                   Epoch::Epoch1970, kI64f32},
+        std::tuple{DateTimeStruct::unchecked(2015, 6, 30, 23, 59, 60),
+                   Epoch::EpochMJD, DataType::doubleT()}}) {
     const DateTime dt(cal, epoch, TimeStandard::UTC, type);
     EXPECT_TRUE(dt.isLeapSecond);
     EXPECT_NEAR(dt.toDateTimeStruct().second, cal.second, 1e-4);
@@ -154,8 +156,8 @@ TEST(DateTimeValue, LeapSecondFlagFollowsTheRules) {
       {12, 31, 59.25, TimeStandard::UTC, ""}};
   // clang-format on
   for (const auto& [month, day, second, ts, id] : flagged) {
-    DateTime dt(handFilled(2016, month, day, 23, 59, second), Epoch::Epoch1958,
-                ts, kI64f32);
+    DateTime dt(DateTimeStruct::unchecked(2016, month, day, 23, 59, second),
+                Epoch::Epoch1958, ts, kI64f32);
     dt.isLeapSecond = true;
     EXPECT_EQ(thrownId([&] { dt.toDateTimeStruct(); }), id) << month << day;
   }
@@ -165,17 +167,17 @@ TEST(DateTimeValue, RangeTestUsesIntegerBitsOfTheType) {
   // clang-format off
   const DataType u32 = DataType::fixedT(false, 32, 0), i32 = DataType::fixedT(true, 32, 0), i8f16 = DataType::fixedT(true, 8, 16);
   const std::tuple<DateTimeStruct, DataType, bool> cases[] = {
-      {handFilled(1400, 1, 1, 0, 0, 0), kI64, true},
-      {handFilled(1970, 1, 1, 0, 0, 0), u32, true},
-      {handFilled(1969, 12, 31, 23, 59, 59), u32, false},
-      {handFilled(2106, 2, 7, 6, 28, 16), u32, false},
-      {handFilled(2038, 1, 19, 3, 14, 7), i32, true},
-      {handFilled(2038, 1, 19, 3, 14, 8), i32, false},
-      {handFilled(1969, 1, 1, 0, 0, 0), DataType::fixedT(false, 96, 32), false},
-      {handFilled(1970, 1, 1, 0, 0, 0), i8f16, true},
-      {handFilled(1970, 1, 1, 0, 0, 1), i8f16, false},
+      {DateTimeStruct::unchecked(1400, 1, 1, 0, 0, 0), kI64, true},
+      {DateTimeStruct::unchecked(1970, 1, 1, 0, 0, 0), u32, true},
+      {DateTimeStruct::unchecked(1969, 12, 31, 23, 59, 59), u32, false},
+      {DateTimeStruct::unchecked(2106, 2, 7, 6, 28, 16), u32, false},
+      {DateTimeStruct::unchecked(2038, 1, 19, 3, 14, 7), i32, true},
+      {DateTimeStruct::unchecked(2038, 1, 19, 3, 14, 8), i32, false},
+      {DateTimeStruct::unchecked(1969, 1, 1, 0, 0, 0), DataType::fixedT(false, 96, 32), false},
+      {DateTimeStruct::unchecked(1970, 1, 1, 0, 0, 0), i8f16, true},
+      {DateTimeStruct::unchecked(1970, 1, 1, 0, 0, 1), i8f16, false},
       // A double type never asks the calendar: an invalid record passes.
-      {handFilled(0, 13, 0, 0, 0, 0), DataType::doubleT(), true}};
+      {DateTimeStruct::unchecked(0, 13, 0, 0, 0, 0), DataType::doubleT(), true}};
   // clang-format on
   for (const auto& [cal, type, inRange] : cases)
     EXPECT_EQ(DateTime::isValueInRangeOfType(cal, Epoch::Epoch1970,
@@ -235,10 +237,10 @@ TEST(DateTimeUtilitiesOfTimePoints, DayOfWeekAndValidation) {
   }
   // A leap second is valid in UTC; the model validator judges the reading
   // as TAI. (A failed reading becomes the diagnostic: the bad-input sweep.)
-  const DateTime leap(handFilled(2016, 12, 31, 23, 59, 60), Epoch::Epoch1970,
-                      TimeStandard::UTC, kI64);
-  const DateTime early(handFilled(1972, 1, 1, 0, 0, 5), Epoch::Epoch1970,
-                       TimeStandard::UTC, kI64);
+  const DateTime leap(DateTimeStruct::unchecked(2016, 12, 31, 23, 59, 60),
+                      Epoch::Epoch1970, TimeStandard::UTC, kI64);
+  const DateTime early(DateTimeStruct::unchecked(1972, 1, 1, 0, 0, 5),
+                       Epoch::Epoch1970, TimeStandard::UTC, kI64);
   EXPECT_EQ(idOf(DateTimeUtilities::validateDateTime(leap)), "");
   EXPECT_EQ(idOf(DateTimeUtilities::validateModelDateTime(early)),
             "BadTAIModelConfig");

@@ -27,9 +27,6 @@ constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr TimeStandard TAI = TimeStandard::TAI, UTC = TimeStandard::UTC,
                        TT = TimeStandard::TT, TDB = TimeStandard::TDB;
 
-// A record filled by hand, bypassing the validating constructor.
-DateTimeStruct raw(const Cal& c) { return std::apply(kvtest::handFilled, c); }
-
 struct Case {
   Cal cal;
   TimeStandard ts;
@@ -89,7 +86,8 @@ TEST(DateTimeValidation,
     EXPECT_EQ(idOf(DTU::validateDateTimeRestrictive(c.cal, c.ts)), restrictive);
     const long mark = kvtest::allocations.load();
     EXPECT_EQ(thrownId([&] {
-                DTU::calendarToEpochTime(raw(c.cal), Epoch::Epoch1970, c.ts);
+                DTU::calendarToEpochTime(DateTimeStruct::unchecked(c.cal),
+                                         Epoch::Epoch1970, c.ts);
               }),
               c.id);
     // The converter's slow path (23:59:60, a NaN second, a 16-bit day) too.
@@ -99,13 +97,14 @@ TEST(DateTimeValidation,
 
 TEST(DateValidation, DayIsComparedInSixteenBits) {
   // 65537 reduces to 1 (65565 to 29 in kRules).
-  EXPECT_EQ(DTU::calendarToEpochTime(raw({2023, 1, 65537, 0, 0, 0}),
-                                     Epoch::Epoch1970, TAI),
+  EXPECT_EQ(DTU::calendarToEpochTime(
+                DateTimeStruct::unchecked(2023, 1, 65537, 0, 0, 0),
+                Epoch::Epoch1970, TAI),
             (EpochTimeStruct{1672531200 - 10, 0.0}));
   // A day reduced to 0 (+infinity is the 32-bit minimum) passes, counts as
   // day 0 of the year, and the conversion lets the calendar's exception out.
   for (double day : {65536.0, kInf}) {
-    const DateTimeStruct r = raw({2023, 1, day, 0, 0, 0});
+    const DateTimeStruct r = DateTimeStruct::unchecked(2023, 1, day, 0, 0, 0);
     EXPECT_EQ(idOf(DTU::validateDate(r.toArray())), "") << day;
     EXPECT_EQ(DTU::calendarTimeToDayOfYear(r), 0) << day;
     EXPECT_EQ(
@@ -114,7 +113,8 @@ TEST(DateValidation, DayIsComparedInSixteenBits) {
   }
   // Day 0 of March in a year that starts a 400-year cycle is 29 February:
   // a Tuesday, day 60.
-  const DateTimeStruct march0 = raw({2000, 3, 65536, 0, 0, 0});
+  const DateTimeStruct march0 =
+      DateTimeStruct::unchecked(2000, 3, 65536, 0, 0, 0);
   EXPECT_EQ(DTU::calendarTimeToDayOfWeek(march0), 3);
   EXPECT_EQ(DTU::calendarTimeToDayOfYear(march0), 60);
 }
@@ -125,7 +125,7 @@ TEST(DateValidation, DayIsComparedInSixteenBits) {
 TEST(EpochTime, QuirksTheSweepsCannotReach) {
   // A NaN second is let through; its whole part counts as 0.
   const EpochTimeStruct nan = DTU::calendarToEpochTime(
-      raw({1970, 1, 1, 0, 1, kNaN}), Epoch::Epoch1970, UTC);
+      DateTimeStruct::unchecked(1970, 1, 1, 0, 1, kNaN), Epoch::Epoch1970, UTC);
   EXPECT_TRUE(nan.wholePart == 60 && std::isnan(nan.fractionalPart));
   // (Counts whose day arithmetic would overflow, INT64_MAX and INT64_MIN
   // among them, are refused as BadYear: fuzz/calendar_fuzz.cpp reads any

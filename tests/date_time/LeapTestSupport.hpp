@@ -67,7 +67,8 @@ struct UtcReading {
   KvDateTime::DateTimeStruct calendar() const {
     const double h = std::min(std::floor(secondOfDay / 3600), 23.0);
     const double m = std::min(std::floor((secondOfDay - h * 3600) / 60), 59.0);
-    return handFilled(year, month, day, h, m, secondOfDay - h * 3600 - m * 60);
+    return KvDateTime::DateTimeStruct::unchecked(
+        year, month, day, h, m, secondOfDay - h * 3600 - m * 60);
   }
   bool wholeSecond() const { return secondOfDay == std::floor(secondOfDay); }
   // The library's count: ERFA's TAI - UTC less the 10 s of 1972, which day

@@ -49,12 +49,4 @@ std::string thrownId(F&& f, std::size_t firstArgument = SIZE_MAX) {
   return "";
 }
 
-// A record filled field by field, as a host may do: nothing is validated.
-inline KvDateTime::DateTimeStruct handFilled(double y, double mo, double d,
-                                             double h, double mi, double s) {
-  KvDateTime::DateTimeStruct v;
-  v.year = y, v.month = mo, v.day = d, v.hour = h, v.minute = mi, v.second = s;
-  return v;
-}
-
 }  // namespace kvtest
