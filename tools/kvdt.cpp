@@ -938,6 +938,7 @@ int run(int argc, char** argv) {
                "Write results as JSON, one object per line; errors too, on "
                "stderr");
   app.set_version_flag("--version", "kvdt " KVDT_VERSION);
+  app.set_help_all_flag("--help-all", "Print the help of every subcommand");
 
   const auto addJson = [&o](CLI::App* sub) {
     sub->add_flag("--json", o.json,
