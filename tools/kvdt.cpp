@@ -425,7 +425,13 @@ class Converter {
     } else if (!pattern_.empty()) {
       out += render(Clock::readingOf(dt), toTs_, pattern_);
     } else {
-      out += render(Clock::readingOf(dt), toTs_, kReadingPattern);
+      // The reading pattern writes digits, separators and the standard's
+      // name, all ASCII: each unit is its byte, without a UTF-8 encoder.
+      for (const char16_t c :
+           DateTimeStructFormatter(Clock::readingOf(dt), toTs_)
+               .getFormattedStr(kReadingPattern)) {
+        out += static_cast<char>(c);
+      }
       out += suffix_;
       out += storedText(dt.value);
       out += since_;
