@@ -615,6 +615,9 @@ int runConvert(const Options& o) {
     } catch (const ToolError& e) {
       reportError(
           {e.identifier, e.message, printable(text), line, printable(source)});
+    } catch (const std::exception& e) {
+      reportError({"Korvane:kvdt:Failed", e.what(), printable(text), line,
+                   printable(source)});
     }
     status = 2;
     return false;
