@@ -6,6 +6,7 @@
 #   make fuzz   run each fuzz target for FUZZ_SECONDS (default 600)
 #   make memcheck  run every test program under Valgrind memcheck
 #   make bench  install, build optimised, run the benchmarks beside their peers
+#               (and kvdt convert on a file against date -u -f)
 #   make faults plant known faults one at a time in the optimised build and
 #               show that the tests catch each (long: a rebuild per fault)
 
@@ -13,7 +14,7 @@ PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
             libgtest-dev libbenchmark-dev liberfa-dev libhowardhinnant-date-dev \
             libicu-dev libfmt-dev libcli11-dev nlohmann-json3-dev python3 \
             pybind11-dev python3-dev python3-numpy python3-pytest python3-erfa \
-            tzdata libclang-rt-14-dev
+            tzdata libclang-rt-14-dev help2man
 JOBS     ?= $(shell nproc)
 BUILD    ?= build/release
 ASAN     ?= build/asan
@@ -101,6 +102,7 @@ bench: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 	@for b in $(BUILD)/bench/kv_bench_*; do \
 	  echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
+	@echo "== bench/kvdt_bench.sh"; bench/kvdt_bench.sh $(BUILD)/tools/kvdt
 	@if [ -d $(BUILD)/python ]; then echo "== python/bench/bench_batch.py"; \
 	  PYTHONPATH=$(BUILD)/python /usr/bin/python3 python/bench/bench_batch.py; fi
 

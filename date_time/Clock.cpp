@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "date_time/DateTimeConverter.hpp"
+#include "date_time/DateTimeParser.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/StorageTypeName.hpp"
 #include "date_time/TimeStandardConverter.hpp"
@@ -160,40 +161,18 @@ DateTime checkedCount(const FXP::DataValue& exact, const std::string& text,
 
 // --------------------------------------------------------- checked helpers
 
-DateTimeUtilities::CalendarValues Clock::parseReading(std::string_view text) {
-  DateTimeUtilities::CalendarValues values{};
-  std::string_view rest = text;
-  // Five whole fields, each followed by its separator, then the second.
-  constexpr char kAfter[] = {'-', '-', ' ', ':', ':'};
-  bool ok = true;
-  for (int field = 0; field < 6 && ok; ++field) {
-    std::size_t n = 0;
-    while (n < rest.size() && rest[n] >= '0' && rest[n] <= '9') ++n;
-    if (field == 5 && n > 0 && n + 1 < rest.size() && rest[n] == '.') {
-      std::size_t m = n + 1;
-      while (m < rest.size() && rest[m] >= '0' && rest[m] <= '9') ++m;
-      n = m > n + 1 ? m : n;
-    }
-    const auto r = std::from_chars(rest.data(), rest.data() + n, values[field],
-                                   std::chars_format::fixed);
-    ok = n > 0 && r.ec == std::errc() && r.ptr == rest.data() + n;
-    rest.remove_prefix(n);
-    if (field < 5) {
-      ok = ok && !rest.empty() &&
-           (rest[0] == kAfter[field] || (field == 2 && rest[0] == 'T'));
-      if (ok) rest.remove_prefix(1);
-    }
-  }
-  if (!ok || !rest.empty())
-    raise(MsgId::BadReadingText, {MsgArgument(std::string(text))});
-  return values;
+DateTimeStruct Clock::parseReading(std::string_view text,
+                                   TimeStandard standard) {
+  DateTimeStruct reading;
+  kvsvDiagnostic d = DateTimeParser::tryParseIso8601(text, standard, reading);
+  throwIfSet(std::move(d));
+  return reading;
 }
 
 DateTime Clock::timePointFrom(std::string_view reading, TimeStandard standard,
                               Epoch epoch, const FXP::DataType& type,
                               const LeapSecondYears* schedule) {
-  const DateTimeUtilities::CalendarValues v = parseReading(reading);
-  return timePointFrom(DateTimeStruct::unchecked(v), standard, epoch, type,
+  return timePointFrom(parseReading(reading, standard), standard, epoch, type,
                        schedule);
 }
 
@@ -264,8 +243,10 @@ bool wholePartFits(const FXP::DataValue& value) {
     return true;
   // Comparisons are exact across types; both bounds are exact doubles.
   constexpr FXP::DataType d = FXP::DataType::doubleT();
-  static const FXP::DataValue kBelow = FXP::DataValue::fromDouble(d, -0x1p63, {});
-  static const FXP::DataValue kAbove = FXP::DataValue::fromDouble(d, 0x1p63, {});
+  static const FXP::DataValue kBelow =
+      FXP::DataValue::fromDouble(d, -0x1p63, {});
+  static const FXP::DataValue kAbove =
+      FXP::DataValue::fromDouble(d, 0x1p63, {});
   return kBelow <= value && value < kAbove;
 }
 
@@ -362,8 +343,8 @@ void Clock::step(double seconds) {
   // add brings the shift into the storage type by the mode alone, where
   // one the type cannot hold saturates unheard and the sum may still fit:
   // the magnitude is tried under the logger first.
-  const double magnitude = std::fabs(
-      DateTimeUtilities::secondsToTimeShift(seconds, next.epoch));
+  const double magnitude =
+      std::fabs(DateTimeUtilities::secondsToTimeShift(seconds, next.epoch));
   (void)FXP::DataValue::fromDouble(FXP::DataType::doubleT(), magnitude,
                                    control_.getMathMode())
       .convert(storageType(), control_);

@@ -41,7 +41,8 @@
 // Failures throw the host's IException: the library's own diagnostics
 // ("Korvane:DateTime:BadSecondUTC", "BadLeapSecond", ...) for bad readings
 // and these of the clock's:
-//   "BadReadingText" (text)              text not "YYYY-MM-DD HH:MM:SS[.f]"
+//   the parser's "Parse..." diagnostics for a reading given as text (see
+//   parseReading)
 //   "ReadingOutOfStorageRange" (type)    the reading does not fit the type
 //   "LeapSecondLostInStorage" (type)     a leap second rounded out of itself
 //   "NoLeapSecondInserted"               second 60 on a day without one
@@ -84,8 +85,8 @@ namespace KvDateTime {
 
 class KVDT_EXPORT Clock {
  public:
-  // The start: a reading "YYYY-MM-DD HH:MM:SS[.fff]" (a 'T' may stand for
-  // the space; the second may be 60.x in UTC) or a record, read in
+  // The start: a reading in ISO 8601 form ("2016-12-31 23:59:60.5", see
+  // parseReading) or a record, read in
   // `standard`, stored as a count from `epoch` in `type` (a type or its
   // name, "s64:20", "double", see StorageTypeName). The start is made by
   // timePointFrom() and so checked as it is; a start in TDB is refused.
@@ -140,9 +141,14 @@ class KVDT_EXPORT Clock {
   // --- Checked time points, for every surface that reads a time from
   // people (the clock itself, the kvdt tool, the Python module).
 
-  // "YYYY-MM-DD HH:MM:SS[.fff]" or with 'T' for the space, as six values;
-  // not validated here. Throws "BadReadingText" naming the text.
-  static DateTimeUtilities::CalendarValues parseReading(std::string_view text);
+  // A reading in ISO 8601 extended form ("2016-12-31T23:59:60.5Z",
+  // "2016-12-31 23:59", "2016-12-31"), read by
+  // DateTimeParser::parseIso8601 for `standard` and so validated for it;
+  // the parser's diagnostics are thrown unchanged ("ParseMismatch",
+  // "ParseFieldRange", "ParseInvalidDateTime" naming the validator's
+  // identifier, "ParseTimeStandardMismatch" for a 'Z' outside UTC, ...).
+  static DateTimeStruct parseReading(std::string_view text,
+                                     TimeStandard standard = TimeStandard::UTC);
   // The time point of a reading in `standard`, counted from `epoch` in
   // `type`. The reading is validated (validateDateTime for its standard:
   // the library's own diagnostics, and a NaN second, which the validators

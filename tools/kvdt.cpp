@@ -3,10 +3,15 @@
 // (--json). The library itself reads no files; this tool is where a
 // leap-second list on disk meets LeapSecondListParser.
 //
-// Every failure ends with "<identifier>: <message>" on stderr and status 2,
-// a failed write to stdout included. The library's own failures keep their
+// Every failure ends with "<identifier>: <message>" on stderr (under --json
+// one object {"error": {...}} per line instead) and status 2, a failed write
+// to stdout included. The library's own failures keep their
 // "Korvane:DateTime:..." identifiers; the tool's (arguments the library never
 // sees) are "Korvane:kvdt:...".
+//
+// `convert` streams: a file of a million readings is read through one fixed
+// buffer and written through stdout's buffer, with the leap-second tables
+// built once for the run, so memory does not grow with the file.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,15 +26,18 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "date_time/Clock.hpp"
 #include "date_time/DateTime.hpp"
 #include "date_time/DateTimeConverter.hpp"
+#include "date_time/DateTimeParser.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
 #include "date_time/DateTimeUtilities.hpp"
 #include "date_time/LeapSecondList.hpp"
@@ -50,6 +58,28 @@ struct ToolError {
   std::string identifier;
   std::string message;
 };
+
+// Whether errors are written as JSON: known before the arguments are parsed,
+// so that a bad argument under --json is reported as JSON too.
+bool gJson = false;
+
+// `text` with every byte outside printable ASCII written as \xNN: input
+// repeated in a message (or in JSON, which needs UTF-8) is then clean text,
+// whatever the bytes were.
+std::string printable(std::string_view text) {
+  std::string shown;
+  for (const char c : text) {
+    const auto b = static_cast<unsigned char>(c);
+    if (b >= 0x20 && b < 0x7F) {
+      shown += c;
+    } else {
+      char hex[5];
+      std::snprintf(hex, sizeof hex, "\\x%02X", b);
+      shown += hex;
+    }
+  }
+  return shown;
+}
 
 [[noreturn]] void fail(const std::string& id, const std::string& message) {
   throw ToolError{"Korvane:kvdt:" + id, message};
@@ -117,9 +147,7 @@ void throwIfSet(kvsvDiagnostic d) {
 // Validated for its standard, so that an impossible reading is reported as
 // such and never silently normalised.
 DateTimeStruct validReading(const std::string& text, TimeStandard ts) {
-  const DateTimeUtilities::CalendarValues v = Clock::parseReading(text);
-  throwIfSet(DateTimeUtilities::validateDateTime(v, ts));
-  return DateTimeStruct::unchecked(v);
+  return Clock::parseReading(text, ts);
 }
 
 // Arguments are checked to be UTF-8 before parsing (see checkArguments), so
@@ -165,29 +193,55 @@ std::string ntpDate(std::int64_t ntp) {
 // /dev/zero never ends).
 constexpr std::size_t kMaxListBytes = std::size_t{1} << 20;
 
-// The text of the list at `path` ("-" for standard input): a regular file
-// or a pipe, at most kMaxListBytes. The type is taken from the opened
-// descriptor, so the checked file is the one read.
-std::string readList(const std::string& path) {
-  const bool stdinList = path == "-";
-  const int fd = stdinList ? 0 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    fail("CannotReadList", "Cannot read the leap-second list \"" + path +
-                               "\": " + std::strerror(errno) + ".");
-  }
-  struct Closer {
-    int fd;
-    bool owned;
-    ~Closer() {
-      if (owned) ::close(fd);
+// A descriptor open for reading `path` ("-" for standard input), closed
+// when the holder goes. A directory is refused by name; `what` names the
+// file in messages ("the leap-second list", "the input"), `failure` the
+// identifier. The type is taken from the opened descriptor, so the checked
+// file is the one read.
+class InputFile {
+ public:
+  InputFile(const std::string& path, const std::string& what,
+            const char* failure)
+      : owned_(path != "-"),
+        fd_(owned_ ? ::open(path.c_str(), O_RDONLY | O_CLOEXEC) : 0) {
+    if (fd_ < 0) {
+      fail(failure, "Cannot read " + what + " \"" + printable(path) +
+                        "\": " + std::strerror(errno) + ".");
     }
-  } closer{fd, !stdinList};
-  struct stat st {};
-  if (::fstat(fd, &st) != 0 || !(S_ISREG(st.st_mode) || S_ISFIFO(st.st_mode))) {
-    fail("CannotReadList",
-         "The leap-second list \"" + path + "\" is " +
-             (S_ISDIR(st.st_mode) ? "a directory" : "a device or a socket") +
-             ", not a regular file or a pipe.");
+    if (::fstat(fd_, &stat_) != 0 || S_ISDIR(stat_.st_mode)) {
+      const std::string why =
+          S_ISDIR(stat_.st_mode) ? "it is a directory" : std::strerror(errno);
+      close();
+      fail(failure, "Cannot read " + what + " \"" + printable(path) +
+                        "\": " + why + ".");
+    }
+  }
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+  ~InputFile() { close(); }
+  int fd() const { return fd_; }
+  const struct stat& status() const { return stat_; }
+
+ private:
+  void close() {
+    if (owned_ && fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+  }
+  bool owned_;
+  int fd_;
+  struct stat stat_ {};
+};
+
+// The text of the list at `path` ("-" for standard input): a regular file
+// or a pipe, at most kMaxListBytes.
+std::string readList(const std::string& path) {
+  const InputFile file(path, "the leap-second list", "CannotReadList");
+  const int fd = file.fd();
+  const auto mode = file.status().st_mode;
+  if (!(S_ISREG(mode) || S_ISFIFO(mode))) {
+    fail("CannotReadList", "The leap-second list \"" + printable(path) +
+                               "\" is a device or a socket, not a regular "
+                               "file or a pipe.");
   }
   std::string text;
   char buf[65536];
@@ -221,14 +275,41 @@ std::optional<LeapSecondList> loadList(const std::string& path) {
   return list;
 }
 
+// The table of the schedule for `epoch` and `type`. A type too small to
+// hold the instant of any entry gives an empty table, which would convert
+// as if no second had ever been inserted: that is refused by name.
 LeapSecondTableData tableFor(const std::optional<LeapSecondList>& list,
                              Epoch epoch, const FXP::DataType& type) {
-  return list ? LeapSecondTableDataCreator::build(list->years, epoch, type)
-              : LeapSecondTableDataCreator::build(epoch, type);
+  LeapSecondTableData table =
+      list ? LeapSecondTableDataCreator::build(list->years, epoch, type)
+           : LeapSecondTableDataCreator::build(epoch, type);
+  if (table.utcInstants.empty() && !table.leapSecondYears.empty()) {
+    fail("NoLeapSecondFitsType",
+         "The storage type " + typeName(type) + " counting from " +
+             kEpochNames[static_cast<int>(epoch)] +
+             " cannot hold the instant of any leap second; use a wider type.");
+  }
+  return table;
 }
 
 const LeapSecondYears* yearsOf(const std::optional<LeapSecondList>& list) {
   return list ? &list->years : nullptr;
+}
+
+// A stored count "@<seconds or days>", checked as Clock::timePointFromCount
+// checks it; a whole number is read as an integer, so that counts past 2^53
+// stay exact.
+DateTime countValue(std::string_view count, Epoch epoch, TimeStandard ts,
+                    const FXP::DataType& type) {
+  std::int64_t whole = 0;
+  if (wholeNumber(count, whole))
+    return Clock::timePointFromCount(whole, ts, epoch, type);
+  double number = 0;
+  if (wholeNumber(count, number))
+    return Clock::timePointFromCount(number, ts, epoch, type);
+  fail("BadStoredCount", "\"@" + printable(count) +
+                             "\" is not a stored count: write @ and a number "
+                             "of seconds or days from the epoch.");
 }
 
 // A reading or, when the text is a plain number, a stored count of seconds
@@ -240,94 +321,326 @@ DateTime startValue(const std::string& text, Epoch epoch, TimeStandard ts,
   double number = 0;
   if (wholeNumber(std::string_view(text), number))
     return Clock::timePointFromCount(number, ts, epoch, type);
+  if (!text.empty() && text[0] == '@')
+    return countValue(std::string_view(text).substr(1), epoch, ts, type);
   return Clock::timePointFrom(text, ts, epoch, type, years);
 }
 
+// The one JSON shape of a time point, in every subcommand: its reading (the
+// real-world calendar reading, Clock::readingOf), standard, epoch, storage
+// type, stored value and leap-second flag; "formatted" when a pattern was
+// given.
 Json describe(const DateTime& dt, const std::u16string& pattern) {
   const DateTimeStruct cal = Clock::readingOf(dt);
   Json j;
-  j["epoch"] = kEpochNames[static_cast<int>(dt.epoch)];
+  j["reading"] = render(cal, dt.timeStandard, kReadingPattern);
   j["standard"] = DateTimeDefs::timeStandardName(dt.timeStandard);
+  j["epoch"] = kEpochNames[static_cast<int>(dt.epoch)];
   j["type"] = typeName(dt.value.getDataType());
   j["stored"] = storedText(dt.value);
   j["leapSecond"] = dt.isLeapSecond;
-  j["reading"] = render(cal, dt.timeStandard, kReadingPattern);
   if (!pattern.empty()) j["formatted"] = render(cal, dt.timeStandard, pattern);
   return j;
 }
 
-void printText(const Json& j) {
-  std::cout << j["reading"].get<std::string>() << ' '
-            << j["standard"].get<std::string>() << "  (stored "
-            << j["stored"].get<std::string>() << " in "
-            << j["type"].get<std::string>() << " since "
-            << j["epoch"].get<std::string>()
-            << (j["leapSecond"].get<bool>() ? ", leap second" : "") << ")\n";
-  if (j.contains("formatted")) {
-    std::cout << j["formatted"].get<std::string>() << '\n';
-  }
-}
-
 struct Options {
   bool json = false;
+  bool keepGoing = false;
   std::string list;
   std::string epoch = "1970", standard = "utc", type = "double";
   std::string toEpoch, toStandard, toType;
   std::string input, pattern, from, show = "utc,tai,tt";
+  std::vector<std::string> values;
+  std::string inputFile, inputFormat;
   double step = 1.0;
   int count = 10;
 };
 
-int runConvert(const Options& o) {
-  const Epoch epoch = parseEpoch(o.epoch);
-  const TimeStandard ts = parseStandard(o.standard);
-  const FXP::DataType type = parseType(o.type);
-  const Epoch toEpoch = o.toEpoch.empty() ? epoch : parseEpoch(o.toEpoch);
-  const TimeStandard toTs =
-      o.toStandard.empty() ? ts : parseStandard(o.toStandard);
-  const FXP::DataType toType = o.toType.empty() ? type : parseType(o.toType);
-  const std::u16string pattern =
-      o.pattern.empty() ? u"" : validPattern(o.pattern);
+// One value of `convert` after another: everything that does not depend on
+// the value (names, patterns, leap-second tables) is settled once here, so
+// that a million lines cost a million conversions and nothing more.
+class Converter {
+ public:
+  Converter(const Options& o, const std::optional<LeapSecondList>& list)
+      : epoch_(parseEpoch(o.epoch)),
+        ts_(parseStandard(o.standard)),
+        type_(parseType(o.type)),
+        toEpoch_(o.toEpoch.empty() ? epoch_ : parseEpoch(o.toEpoch)),
+        toTs_(o.toStandard.empty() ? ts_ : parseStandard(o.toStandard)),
+        toType_(o.toType.empty() ? type_ : parseType(o.toType)),
+        pattern_(o.pattern.empty() ? u"" : validPattern(o.pattern)),
+        inputFormat_(o.inputFormat),
+        json_(o.json),
+        // The built-in schedule too is read from a table built once: the
+        // checked helpers would build one per reading at a half-year's end.
+        builtin_(list ? LeapSecondTableData{}
+                      : LeapSecondTableDataCreator::build(
+                            Epoch::Epoch1958, FXP::DataType::doubleT())),
+        years_(list ? &list->years : &builtin_.leapSecondYears),
+        suffix_(" " + std::string(DateTimeDefs::timeStandardName(toTs_)) +
+                "  (stored "),
+        since_(" in " + typeName(toType_) + " since " +
+               kEpochNames[static_cast<int>(toEpoch_)]) {
+    if (!inputFormat_.empty()) (void)validPattern(inputFormat_);
+    if (toTs_ != ts_) table_ = tableFor(list, toEpoch_, toType_);
+    control_.setMathLogger(&overflow_);
+  }
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
 
-  // A value that does not fit the target type is an error, not a
-  // saturated number passed off as the answer.
-  FixptRangeMath::FixptRangeMathLogger overflow;
-  FXP::MathControl control =
-      FXP::MathControl::createFullPrecisionNearSatMathControl();
-  control.setMathLogger(&overflow);
-  const std::optional<LeapSecondList> list = loadList(o.list);
-  DateTime dt = startValue(o.input, epoch, ts, type, yearsOf(list));
-  const Json in = describe(dt, u"");
-  // Epoch and type first: TDB exists only for a double counting days, so
-  // the standard is changed where the value is going, with a table built
-  // for that epoch and type.
-  if (toEpoch != epoch || !(toType == type)) {
-    // The reading must keep in the target storage what the start kept: a
-    // leap second rounded out of itself there would read as the next
-    // second with the flag still set.
+  // Appends the line for `text` to `out`, or throws its failure.
+  void convert(std::string_view text, std::string& out) {
+    overflow_.reset();
+    DateTimeStruct reading;
+    DateTime dt = start(text, reading);
+    const DateTime in = dt;
+    // Epoch and type first: TDB exists only for a double counting days, so
+    // the standard is changed where the value is going, with a table built
+    // for that epoch and type.
+    if (toEpoch_ != epoch_ || !(toType_ == type_)) {
+      // The reading must keep in the target storage what the start kept: a
+      // leap second rounded out of itself there would read as the next
+      // second with the flag still set.
+      if (dt.isLeapSecond)
+        (void)Clock::timePointFrom(reading, ts_, toEpoch_, toType_, years_);
+      const FXP::DataValue v = DateTimeConverter::forEpochs(epoch_, toEpoch_)
+                                   .convertEpochImpl(dt.value, epoch_, toEpoch_,
+                                                     ts_, toType_, control_);
+      dt = DateTime(DvLs{v, dt.isLeapSecond}, toEpoch_, ts_);
+    }
+    if (toTs_ != ts_) {
+      dt = TimeStandardConverter::convertTimeStandard(dt, toTs_, table_,
+                                                      control_);
+    }
+    // A value that does not fit the target type is an error, not a
+    // saturated number passed off as the answer.
+    if (overflow_.overflowOccurred()) {
+      fail("OutOfRange", "The value does not fit the storage type " +
+                             typeName(toType_) + ".");
+    }
+    if (json_) {
+      out +=
+          Json{{"input", describe(in, u"")}, {"output", describe(dt, pattern_)}}
+              .dump();
+    } else if (!pattern_.empty()) {
+      out += render(Clock::readingOf(dt), toTs_, pattern_);
+    } else {
+      // The reading pattern writes digits, separators and the standard's
+      // name, all ASCII: each unit is its byte, without a UTF-8 encoder.
+      for (const char16_t c :
+           DateTimeStructFormatter(Clock::readingOf(dt), toTs_)
+               .getFormattedStr(kReadingPattern)) {
+        out += static_cast<char>(c);
+      }
+      out += suffix_;
+      out += storedText(dt.value);
+      out += since_;
+      out += dt.isLeapSecond ? ", leap second)" : ")";
+    }
+    out += '\n';
+  }
+
+ private:
+  // A stored count ("@" and a number, or a plain number as before) or a
+  // reading: by --input-format, else in ISO 8601 by the parser's preset.
+  // `reading` is set for a reading.
+  DateTime start(std::string_view text, DateTimeStruct& reading) {
+    if (!text.empty() && text[0] == '@')
+      return countValue(text.substr(1), epoch_, ts_, type_);
     double number = 0;
-    if (dt.isLeapSecond && !wholeNumber(std::string_view(o.input), number))
-      (void)Clock::timePointFrom(o.input, ts, toEpoch, toType, yearsOf(list));
-    const FXP::DataValue v =
-        DateTimeConverter::forEpochs(epoch, toEpoch)
-            .convertEpochImpl(dt.value, epoch, toEpoch, ts, toType, control);
-    dt = DateTime(DvLs{v, dt.isLeapSecond}, toEpoch, ts);
+    if (wholeNumber(text, number))
+      return Clock::timePointFromCount(number, ts_, epoch_, type_);
+    if (inputFormat_.empty()) {
+      reading = Clock::parseReading(text, ts_);
+    } else {
+      throwIfSet(DateTimeParser::tryParse(text, inputFormat_, ts_, reading));
+    }
+    return Clock::timePointFrom(reading, ts_, epoch_, type_, years_);
   }
-  if (toTs != ts) {
-    dt = TimeStandardConverter::convertTimeStandard(
-        dt, toTs, tableFor(list, toEpoch, toType), control);
+
+  Epoch epoch_;
+  TimeStandard ts_;
+  FXP::DataType type_;
+  Epoch toEpoch_;
+  TimeStandard toTs_;
+  FXP::DataType toType_;
+  std::u16string pattern_;
+  std::string inputFormat_;
+  bool json_;
+  LeapSecondTableData builtin_;
+  const LeapSecondYears* years_;
+  LeapSecondTableData table_;
+  std::string suffix_, since_;
+  FixptRangeMath::FixptRangeMathLogger overflow_;
+  FXP::MathControl control_ =
+      FXP::MathControl::createFullPrecisionNearSatMathControl();
+};
+
+// The longest line `convert` reads: far more than any reading with its
+// fraction, and small enough that a stream without line ends (a binary
+// file, /dev/zero) is refused at once instead of being buffered.
+constexpr std::size_t kMaxLineBytes = 4096;
+
+// Lines of a descriptor through one fixed buffer: a line is a view into the
+// buffer, valid until the next call.
+class LineReader {
+ public:
+  LineReader(int fd, std::string name)
+      : fd_(fd), name_(std::move(name)), buffer_(new char[kBufferBytes]) {}
+
+  // The next line without its "\n" (or "\r\n"); false at the end. A last
+  // line without a line end is a line.
+  bool next(std::string_view& line) {
+    for (;;) {
+      char* const begin = buffer_.get() + begin_;
+      const std::size_t size = end_ - begin_;
+      if (char* nl = static_cast<char*>(std::memchr(begin, '\n', size))) {
+        const std::size_t length = static_cast<std::size_t>(nl - begin);
+        begin_ += length + 1;
+        return take(std::string_view(begin, length), line);
+      }
+      if (size > kMaxLineBytes) tooLong();
+      if (eof_) {
+        if (size == 0) return false;
+        begin_ = end_;
+        return take(std::string_view(begin, size), line);
+      }
+      std::memmove(buffer_.get(), begin, size);
+      begin_ = 0;
+      end_ = size;
+      fill();
+    }
   }
-  if (overflow.overflowOccurred()) {
-    fail("OutOfRange",
-         "The value does not fit the storage type " + typeName(toType) + ".");
+  std::uint64_t lineNumber() const { return line_; }
+
+ private:
+  static constexpr std::size_t kBufferBytes = std::size_t{1} << 16;
+
+  bool take(std::string_view text, std::string_view& line) {
+    if (text.size() > kMaxLineBytes) tooLong();
+    ++line_;
+    if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+    line = text;
+    return true;
   }
-  const Json out = describe(dt, pattern);
-  if (o.json) {
-    std::cout << Json{{"input", in}, {"output", out}}.dump(2) << '\n';
-  } else {
-    printText(out);
+  void fill() {
+    for (;;) {
+      const ssize_t n = ::read(fd_, buffer_.get() + end_, kBufferBytes - end_);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        fail("CannotReadInput",
+             "Cannot read " + name_ + ": " + std::strerror(errno) + ".");
+      }
+      if (n == 0) eof_ = true;
+      end_ += static_cast<std::size_t>(n);
+      return;
+    }
   }
-  return 0;
+  [[noreturn]] void tooLong() const {
+    fail("LineTooLong", "Line " + std::to_string(line_ + 1) + " of " + name_ +
+                            " is longer than " + std::to_string(kMaxLineBytes) +
+                            " bytes.");
+  }
+
+  int fd_;
+  std::string name_;
+  std::unique_ptr<char[]> buffer_;
+  std::size_t begin_ = 0, end_ = 0;
+  bool eof_ = false;
+  std::uint64_t line_ = 0;
+};
+
+// A failure of one value: the identifier and message, the value repeated,
+// and its line when it came from a stream (0 for an argument).
+struct ValueError {
+  std::string identifier, message, input;
+  std::uint64_t line = 0;
+  std::string source;
+};
+
+void reportError(const ValueError& e);
+
+// On a terminal only: a line on stderr now and then while a long input is
+// read, so a long run shows that it runs. A pipe or a file gets nothing.
+class Progress {
+ public:
+  Progress() : shown_(::isatty(2) == 1) {}
+  ~Progress() {
+    if (printed_) std::fputs("\r\x1b[K", stderr);
+  }
+  void line(std::uint64_t total) {
+    if (!shown_ || total % kEvery != 0) return;
+    std::fprintf(stderr, "\rkvdt: %llu lines converted",
+                 static_cast<unsigned long long>(total));
+    printed_ = true;
+  }
+
+ private:
+  static constexpr std::uint64_t kEvery = 100000;
+  bool shown_;
+  bool printed_ = false;
+};
+
+int runConvert(const Options& o) {
+  // The values in order, then the --input file: (text, whether it names a
+  // stream to read).
+  std::vector<std::pair<std::string, bool>> sources;
+  for (const std::string& v : o.values) sources.emplace_back(v, v == "-");
+  if (!o.inputFile.empty()) sources.emplace_back(o.inputFile, true);
+  if (sources.empty()) {
+    fail("BadArguments",
+         "Nothing to convert: give values, - for standard input, or --input "
+         "FILE (see kvdt convert --help).");
+  }
+  const std::optional<LeapSecondList> list = loadList(o.list);
+  Converter converter(o, list);
+  static char outBuffer[1 << 16];
+  std::setvbuf(stdout, outBuffer, _IOFBF, sizeof outBuffer);
+
+  int status = 0;
+  std::string out;
+  std::uint64_t total = 0;
+  Progress progress;
+  // One value, written or reported; false when it failed.
+  const auto one = [&](std::string_view text, std::uint64_t line,
+                       const std::string& source) {
+    out.clear();
+    try {
+      converter.convert(text, out);
+      std::fwrite(out.data(), 1, out.size(), stdout);
+      return true;
+    } catch (const foundation::core::except::IException& e) {
+      reportError({e.identifier(), e.message(), printable(text), line,
+                   printable(source)});
+    } catch (const ToolError& e) {
+      reportError(
+          {e.identifier, e.message, printable(text), line, printable(source)});
+    } catch (const std::exception& e) {
+      reportError({"Korvane:kvdt:Failed", e.what(), printable(text), line,
+                   printable(source)});
+    }
+    status = 2;
+    return false;
+  };
+  // A failed write stops the loops; main reports it.
+  for (const auto& [text, stream] : sources) {
+    if (std::ferror(stdout)) break;
+    if (!stream) {
+      if (!one(text, 0, "") && !o.keepGoing) return 2;
+      continue;
+    }
+    const bool stdinInput = text == "-";
+    const InputFile file(text, stdinInput ? "standard input" : "the input",
+                         "CannotReadInput");
+    LineReader reader(file.fd(), stdinInput ? "standard input"
+                                            : "\"" + printable(text) + "\"");
+    std::string_view line;
+    while (!std::ferror(stdout) && reader.next(line)) {
+      if (!one(line, reader.lineNumber(), text) && !o.keepGoing) return 2;
+      progress.line(++total);
+    }
+  }
+  return status;
 }
 
 int runFormat(const Options& o) {
@@ -335,7 +648,7 @@ int runFormat(const Options& o) {
   const std::u16string pattern = validPattern(o.pattern);
   const std::string text = render(validReading(o.input, ts), ts, pattern);
   if (o.json) {
-    std::cout << Json{{"pattern", o.pattern}, {"formatted", text}}.dump(2)
+    std::cout << Json{{"pattern", o.pattern}, {"formatted", text}}.dump()
               << '\n';
   } else {
     std::cout << text << '\n';
@@ -350,7 +663,7 @@ int runCheckFormat(const Options& o) {
     std::cout << Json{{"pattern", o.pattern},
                       {"valid", true},
                       {"readsTimeStandard", needs}}
-                     .dump(2)
+                     .dump()
               << '\n';
   } else {
     std::cout << "valid" << (needs ? " (reads the time standard)" : "") << '\n';
@@ -374,12 +687,8 @@ int runLeapSeconds(const Options& o) {
                        TimeStandard::UTC);
     const DateTime tai(DvLs{table.taiInstants[i], false}, epoch,
                        TimeStandard::TAI);
-    rows.push_back({{"utc", render(utc.toDateTimeStruct(), TimeStandard::UTC,
-                                   u"yyyy-MM-dd HH:mm:ss")},
-                    {"utcStored", storedText(utc.value)},
-                    {"tai", render(tai.toDateTimeStruct(), TimeStandard::TAI,
-                                   u"yyyy-MM-dd HH:mm:ss")},
-                    {"taiStored", storedText(tai.value)},
+    rows.push_back({{"utc", describe(utc, u"")},
+                    {"tai", describe(tai, u"")},
                     {"total", table.cumulativeCounts[i]}});
   }
   if (o.json) {
@@ -387,7 +696,7 @@ int runLeapSeconds(const Options& o) {
                       {"type", typeName(type)},
                       {"baseCount", table.baseLeapSecondCount},
                       {"entries", rows}}
-                     .dump(2)
+                     .dump()
               << '\n';
     return 0;
   }
@@ -396,12 +705,77 @@ int runLeapSeconds(const Options& o) {
   std::printf("%-19s  %-19s  %5s   stored UTC / TAI (%s since %s)\n",
               "UTC 23:59:59 before", "TAI instant", "total",
               typeName(type).c_str(), kEpochNames[static_cast<int>(epoch)]);
+  // The whole seconds of each instant; the JSON has them with the fraction.
+  const auto seconds = [](const Json& t) {
+    return t["reading"].get<std::string>().substr(0, 19);
+  };
   for (const Json& r : rows) {
-    std::printf("%s  %s  %5d   %s / %s\n", r["utc"].get<std::string>().c_str(),
-                r["tai"].get<std::string>().c_str(), r["total"].get<int>(),
-                r["utcStored"].get<std::string>().c_str(),
-                r["taiStored"].get<std::string>().c_str());
+    std::printf("%s  %s  %5d   %s / %s\n", seconds(r["utc"]).c_str(),
+                seconds(r["tai"]).c_str(), r["total"].get<int>(),
+                r["utc"]["stored"].get<std::string>().c_str(),
+                r["tai"]["stored"].get<std::string>().c_str());
   }
+  return 0;
+}
+
+// The pattern letters, each with runs rendered by the library's formatter
+// for one sample reading: what is shown is what `format` would print.
+struct Letter {
+  char letter;
+  const char* field;
+  std::vector<const char16_t*> runs;
+};
+
+int runPatterns(const Options& o) {
+  const std::vector<Letter> letters = {
+      {'t', "name of the time standard", {u"t"}},
+      {'G', "era", {u"G"}},
+      {'y', "year of the era", {u"y", u"yy", u"yyyy"}},
+      {'u', "signed year", {u"u", u"uuuuu"}},
+      {'M', "month", {u"M", u"MM", u"MMM", u"MMMM", u"MMMMM"}},
+      {'d', "day of the month", {u"d", u"dd"}},
+      {'D', "day of the year", {u"D", u"DDD"}},
+      {'e', "day of the week", {u"e", u"eee", u"eeee", u"eeeee"}},
+      {'a', "AM or PM", {u"a"}},
+      {'h', "hour, 1 to 12", {u"h", u"hh"}},
+      {'H', "hour, 0 to 23", {u"H", u"HH"}},
+      {'m', "minute", {u"m", u"mm"}},
+      {'s', "whole second", {u"s", u"ss"}},
+      {'S', "fraction digits, cut", {u"S", u"SSS", u"SSSSSS"}},
+  };
+  const TimeStandard ts = TimeStandard::UTC;
+  const std::string sample = "2016-12-31 23:59:60.5";
+  const DateTimeStruct cal = Clock::parseReading(sample, ts);
+  Json rows = Json::array();
+  for (const Letter& l : letters) {
+    Json examples = Json::array();
+    for (const char16_t* run : l.runs) {
+      examples.push_back({{"pattern", resource_core::toUtf8(run)},
+                          {"text", render(cal, ts, run)}});
+    }
+    rows.push_back({{"letter", std::string(1, l.letter)},
+                    {"field", l.field},
+                    {"examples", examples}});
+  }
+  if (o.json) {
+    std::cout << Json{{"reading", sample + " UTC"}, {"letters", rows}}.dump()
+              << '\n';
+    return 0;
+  }
+  std::cout << "Pattern letters, with what each run prints for " << sample
+            << " UTC:\n";
+  for (const Json& r : rows) {
+    std::string line = "  " + r["letter"].get<std::string>() + "  " +
+                       r["field"].get<std::string>();
+    line.resize(std::max<std::size_t>(line.size() + 1, 32), ' ');
+    for (const Json& e : r["examples"]) {
+      line += "  " + e["pattern"].get<std::string>() + " " +
+              e["text"].get<std::string>();
+    }
+    std::cout << line << '\n';
+  }
+  std::cout << "Other ASCII letters are errors; quote literal text in "
+               "apostrophes ('at'), and write '' for one apostrophe.\n";
   return 0;
 }
 
@@ -444,7 +818,9 @@ int runStep(const Options& o) {
       table, control);
   // Step i in every shown standard; `cursor` null for a look ahead that
   // must not move the shared cursor past the rows still to come.
-  const auto stepRow = [&](int i, std::uint32_t* at, Json& row) {
+  // Under --json each standard's value is a time point in the shape of every
+  // subcommand, its "formatted" the row's text.
+  const auto stepRow = [&](int i, std::uint32_t* at, Json* row) {
     DateTime clock = start;
     if (clock.addWithOverflowCheck(o.step * i, control)) {
       fail("Overflow", "Stepping left the range of the storage type " +
@@ -455,32 +831,61 @@ int runStep(const Options& o) {
       const DateTime v = TimeStandardConverter::convertTimeStandard(
           clock, s, table, control, at);
       const std::string text = render(Clock::readingOf(v), s, pattern);
-      row[DateTimeDefs::timeStandardName(s)] = text;
+      if (row) (*row)[DateTimeDefs::timeStandardName(s)] = describe(v, pattern);
       line += (line.empty() ? "" : "  ") + text;
     }
     return line;
   };
   for (int i : {0, o.count - 1}) {
-    Json ignored = Json::object();
-    stepRow(i, nullptr, ignored);
+    stepRow(i, nullptr, nullptr);
   }
   Json steps = Json::array();
   // A failed write stops the loop; main reports it.
   for (int i = 0; i < o.count && !std::ferror(stdout); ++i) {
     Json row = Json::object();
-    const std::string line = stepRow(i, &cursor, row);
+    const std::string line = stepRow(i, &cursor, o.json ? &row : nullptr);
     if (o.json) {
       steps.push_back(row);
     } else {
       std::cout << line << '\n';
     }
   }
-  if (o.json) std::cout << Json{{"steps", steps}}.dump(2) << '\n';
+  if (o.json) std::cout << Json{{"steps", steps}}.dump() << '\n';
   return 0;
 }
 
+// "<identifier>: <message>" on stderr, the value repeated with its line;
+// under --json one line {"error": {...}} with the same parts as members.
+void reportError(const ValueError& e) {
+  if (gJson) {
+    Json error{{"identifier", e.identifier}, {"message", e.message}};
+    if (!e.input.empty() || e.line != 0) error["input"] = e.input;
+    if (e.line != 0) {
+      error["line"] = e.line;
+      error["source"] = e.source;
+    }
+    std::cerr << Json{{"error", error}}.dump() << '\n';
+    return;
+  }
+  // A control character echoed from an argument (CLI11 repeats them) must
+  // not break the one line of the report.
+  std::string message = e.message;
+  for (char& c : message) {
+    if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+  }
+  std::cerr << e.identifier << ": " << message;
+  if (e.line != 0) {
+    std::cerr << " (line " << e.line << " of "
+              << (e.source == "-" ? "standard input" : '"' + e.source + '"')
+              << ": \"" << e.input << "\")";
+  } else if (!e.input.empty()) {
+    std::cerr << " (input \"" << e.input << "\")";
+  }
+  std::cerr << '\n';
+}
+
 void reportError(const std::string& identifier, const std::string& message) {
-  std::cerr << identifier << ": " << message << '\n';
+  reportError(ValueError{identifier, message, "", 0, ""});
 }
 
 // Every argument is text the library may see (a pattern, a reading) or the
@@ -492,17 +897,7 @@ void checkArguments(int argc, char** argv) {
     const std::string_view arg(argv[i]);
     std::size_t at = 0;
     if (resource_core::toUtf16(arg, &at)) continue;
-    std::string shown;
-    for (const char c : arg) {
-      const auto b = static_cast<unsigned char>(c);
-      if (b >= 0x20 && b < 0x7F) {
-        shown += c;
-      } else {
-        char hex[5];
-        std::snprintf(hex, sizeof hex, "\\x%02X", b);
-        shown += hex;
-      }
-    }
+    const std::string shown = printable(arg);
     fail("BadText", "Argument " + std::to_string(i) + " \"" + shown +
                         "\" is not UTF-8 text (bad byte at offset " +
                         std::to_string(at) + ").");
@@ -534,6 +929,9 @@ bool writeFailed(std::string& why) {
 }
 
 int run(int argc, char** argv) {
+  for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
+    if (std::strcmp(argv[i], "--json") == 0) gJson = true;
+  }
   try {
     checkArguments(argc, argv);
   } catch (const ToolError& e) {
@@ -545,9 +943,17 @@ int run(int argc, char** argv) {
       "kvdt: time points in TAI, UTC, TT and TDB from the command line."};
   app.require_subcommand(1);
   app.fallthrough();
-  app.add_flag("--json", o.json, "Write the result as JSON");
+  app.add_flag("--json", o.json,
+               "Write results as JSON, one object per line; errors too, on "
+               "stderr");
   app.set_version_flag("--version", "kvdt " KVDT_VERSION);
+  app.set_help_all_flag("--help-all", "Print the help of every subcommand");
 
+  const auto addJson = [&o](CLI::App* sub) {
+    sub->add_flag("--json", o.json,
+                  "Write results as JSON, one object per line; errors too, "
+                  "on stderr");
+  };
   const auto addList = [&o](CLI::App* sub) {
     sub->add_option("--leap-seconds-list", o.list,
                     "A leap-seconds.list file (or - for standard input) to "
@@ -564,30 +970,47 @@ int run(int argc, char** argv) {
 
   CLI::App* convert = app.add_subcommand(
       "convert",
-      "Re-express a reading or stored value in another epoch, "
-      "standard or storage type");
-  convert
-      ->add_option("value", o.input,
-                   "\"YYYY-MM-DD HH:MM:SS[.fff]\" or a stored value")
-      ->required();
+      "Re-express readings or stored values in another epoch, standard or "
+      "storage type, one output line per value or input line");
+  convert->add_option("values", o.values,
+                      "Readings in ISO 8601 (\"2016-12-31T23:59:60.5Z\", "
+                      "\"2016-12-31 23:59\", \"2016-12-31\"), stored counts "
+                      "(@1483228800 or a plain number), or - for standard "
+                      "input");
+  convert->add_option("--input", o.inputFile,
+                      "Read one value per line from this file (- for "
+                      "standard input)");
+  convert->add_option("--input-format", o.inputFormat,
+                      "Read readings by this pattern instead of ISO 8601 "
+                      "(see kvdt patterns)");
+  convert->add_flag("--keep-going", o.keepGoing,
+                    "Report a bad value on stderr and go on; the status is "
+                    "2 at the end");
   addStorage(convert);
   convert->add_option("--to-epoch", o.toEpoch, "Target epoch");
   convert->add_option("--to-standard", o.toStandard, "Target standard");
   convert->add_option("--to-type", o.toType, "Target storage type");
-  convert->add_option("--format", o.pattern, "Also render with this pattern");
+  convert->add_option("--format", o.pattern,
+                      "Print each result rendered by this pattern instead");
   addList(convert);
+  addJson(convert);
 
   CLI::App* format =
       app.add_subcommand("format", "Render a reading with a pattern");
   format->add_option("pattern", o.pattern, "Format pattern")->required();
-  format->add_option("reading", o.input, "\"YYYY-MM-DD HH:MM:SS[.fff]\"")
-      ->required();
+  format->add_option("reading", o.input, "A reading in ISO 8601")->required();
   format->add_option("--standard", o.standard, "tai, utc, tt or tdb")
       ->capture_default_str();
+  addJson(format);
 
   CLI::App* check =
       app.add_subcommand("check-format", "Check a format pattern");
   check->add_option("pattern", o.pattern, "Format pattern")->required();
+  addJson(check);
+
+  CLI::App* patterns =
+      app.add_subcommand("patterns", "List the pattern letters with examples");
+  addJson(patterns);
 
   CLI::App* leap = app.add_subcommand(
       "leap-seconds", "Show the leap-second table for an epoch and type");
@@ -595,10 +1018,11 @@ int run(int argc, char** argv) {
   leap->add_option("--from", o.from,
                    "Prune the table to this start (reading in --standard)");
   addList(leap);
+  addJson(leap);
 
   CLI::App* step = app.add_subcommand(
       "step", "Step a clock from a start and show each step");
-  step->add_option("start", o.input, "\"YYYY-MM-DD HH:MM:SS[.fff]\"")
+  step->add_option("start", o.input, "A reading in ISO 8601, or @count")
       ->required();
   addStorage(step);
   step->add_option("--step", o.step, "Seconds per step")->capture_default_str();
@@ -611,6 +1035,7 @@ int run(int argc, char** argv) {
   step->add_option("--format", o.pattern,
                    "Pattern for each step [yyyy-MM-dd HH:mm:ss.SSS t]");
   addList(step);
+  addJson(step);
 
   try {
     app.parse(argc, argv);
@@ -627,8 +1052,8 @@ int run(int argc, char** argv) {
     if (first < argc && app.get_subcommands().empty()) {
       reportError("Korvane:kvdt:UnknownSubcommand",
                   "Unknown subcommand \"" + std::string(argv[first]) +
-                      "\": use convert, format, check-format, leap-seconds "
-                      "or step (see kvdt --help).");
+                      "\": use convert, format, check-format, patterns, "
+                      "leap-seconds or step (see kvdt --help).");
     } else {
       reportError("Korvane:kvdt:BadArguments",
                   std::string(e.what()) + " (see kvdt --help)");
@@ -640,6 +1065,7 @@ int run(int argc, char** argv) {
     if (*convert) return runConvert(o);
     if (*format) return runFormat(o);
     if (*check) return runCheckFormat(o);
+    if (*patterns) return runPatterns(o);
     if (*leap) return runLeapSeconds(o);
     if (*step) return runStep(o);
   } catch (const foundation::core::except::IException& e) {

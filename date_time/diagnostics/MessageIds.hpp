@@ -46,7 +46,6 @@
   X(BadLeapSecondListEmpty)             \
   X(BadLeapSecondListHash)              \
   X(BatchElementFailed)                 \
-  X(BadReadingText)                     \
   X(ReadingOutOfStorageRange)           \
   X(LeapSecondLostInStorage)            \
   X(NoLeapSecondInserted)               \

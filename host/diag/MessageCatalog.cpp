@@ -57,9 +57,6 @@ constexpr std::array kCatalog = {
                  "The minute must be a whole number from 0 to 59."},
     CatalogEntry{"Korvane:DateTime:BadMonth",
                  "The month must be a whole number from 1 to 12."},
-    CatalogEntry{"Korvane:DateTime:BadReadingText",
-                 "\"{0}\" is not a calendar reading of the form "
-                 "YYYY-MM-DD HH:MM:SS[.fff] (a 'T' may stand for the space)."},
     CatalogEntry{"Korvane:DateTime:BadSecond",
                  "The second must be at least 0 and less than 60."},
     CatalogEntry{"Korvane:DateTime:BadSecondUTC",

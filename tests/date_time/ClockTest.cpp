@@ -191,19 +191,19 @@ TEST(RealWorldReading, AHairBelowAMinuteNeverReadsSecondSixty) {
 TEST(RealWorldReading, CountsBeyondSixtyFourBitsAreBadYear) {
   const FXP::DataType s128 = FXP::DataType::fixedT(true, 128, 0);
   const FXP::Int128 five = 5;
-  for (const FXP::Int128 raw : {(FXP::Int128{1} << 64) + five,
-                                five - (FXP::Int128{1} << 64)}) {
+  for (const FXP::Int128 raw :
+       {(FXP::Int128{1} << 64) + five, five - (FXP::Int128{1} << 64)}) {
     const DateTime dt(DvLs{rawValue(s128, raw), false}, Epoch::Epoch1970,
                       TS::UTC);
     EXPECT_EQ(thrownId([&] { Clock::readingOf(dt); }), "BadYear");
   }
-  const DateTime huge(DvLs{FXP::DataValue::fromDouble(kDouble, 1e300, {}),
-                           false},
-                      Epoch::Epoch1970, TS::UTC);
+  const DateTime huge(
+      DvLs{FXP::DataValue::fromDouble(kDouble, 1e300, {}), false},
+      Epoch::Epoch1970, TS::UTC);
   EXPECT_EQ(thrownId([&] { Clock::readingOf(huge); }), "BadYear");
   const DateTimeStruct y1957({1957, 12, 31, 23, 59, 0});
   const DateTime wrapped(y1957, Epoch::Epoch1970, TS::TAI,
-                        FXP::DataType::fixedT(false, 64, 0));
+                         FXP::DataType::fixedT(false, 64, 0));
   EXPECT_EQ(wrapped.toDateTimeStruct(), y1957);
   EXPECT_EQ(thrownId([&] { Clock::readingOf(wrapped); }), "BadYear");
 }
@@ -335,39 +335,51 @@ constexpr Refusal kRefusals[] = {
      "LeapSecondLostInStorage"},
     {"2015-12-31 23:59:60", TS::UTC, Epoch::Epoch1970, "double",
      "NoLeapSecondInserted"},
+    // Text is read by the parser's ISO preset: a reading it reads but the
+    // validator refuses names the validator's identifier.
     {"2016-12-30 23:59:60", TS::UTC, Epoch::Epoch1970, "double",
-     "BadLeapSecond"},
+     "ParseInvalidDateTime Korvane:DateTime:BadLeapSecond"},
     {"2016-12-31 23:59:61", TS::UTC, Epoch::Epoch1970, "double",
-     "BadSecondUTC"},
-    {"2016-12-31 23:59:60", TS::TAI, Epoch::Epoch1970, "double", "BadSecond"},
-    {"2023-02-29 00:00:00", TS::TT, Epoch::EpochMJD, "double", "BadDayOfMonth"},
-    {"1399-12-31 00:00:00", TS::TAI, Epoch::EpochJD, "double", "BadYear"},
-    {"2016-12-31", TS::UTC, Epoch::Epoch1970, "double", "BadReadingText"},
+     "ParseFieldRange 17"},
+    {"2016-12-31 23:59:60", TS::TAI, Epoch::Epoch1970, "double",
+     "ParseInvalidDateTime Korvane:DateTime:BadSecond"},
+    {"2023-02-29 00:00:00", TS::TT, Epoch::EpochMJD, "double",
+     "ParseInvalidDateTime Korvane:DateTime:BadDayOfMonth"},
+    {"1399-12-31 00:00:00", TS::TAI, Epoch::EpochJD, "double",
+     "ParseInvalidDateTime Korvane:DateTime:BadYear"},
+    // 'Z' says UTC: a TAI reading so labelled is refused, not shifted.
+    {"2016-12-31T23:59:59Z", TS::TAI, Epoch::Epoch1970, "double",
+     "ParseTimeStandardMismatch 19 TAI"},
+    {"2016-12-31 23", TS::UTC, Epoch::Epoch1970, "double", "ParseMismatch 13"},
     {"2016-12-31 23:59:59.", TS::UTC, Epoch::Epoch1970, "double",
-     "BadReadingText"},
+     "ParseMismatch 20"},
     {"2016/12/31 23:59:59", TS::UTC, Epoch::Epoch1970, "double",
-     "BadReadingText"},
+     "ParseMismatch 4"},
     {"2016-12-31 23:59:59 ", TS::UTC, Epoch::Epoch1970, "double",
-     "BadReadingText"},
+     "ParseTrailingText 19"},
     {"2016-12-31 23:59:-1", TS::UTC, Epoch::Epoch1970, "double",
-     "BadReadingText"},
+     "ParseMismatch 17"},
     {"2016-12-31 23:59:nan", TS::UTC, Epoch::Epoch1970, "double",
-     "BadReadingText"},
+     "ParseMismatch 17"},
     {"2016-12-31x23:59:59", TS::UTC, Epoch::Epoch1970, "double",
-     "BadReadingText"},
-    {"", TS::UTC, Epoch::Epoch1970, "double", "BadReadingText"},
+     "ParseMismatch 10"},
+    {"", TS::UTC, Epoch::Epoch1970, "double", "ParseMismatch 0"},
 };
 
 TEST(CheckedTimePoint, RefusesReadingsTheTypeOrTheScheduleCannotHold) {
   for (const Refusal& c : kRefusals) {
     SCOPED_TRACE(c.reading);
     const FXP::DataType type = StorageTypeName::parse(c.type);
-    EXPECT_EQ(thrownId([&] {
-                Clock::timePointFrom(c.reading, c.standard, c.epoch, type);
-              }),
-              c.id);
-    EXPECT_EQ(thrownId([&] { Clock(c.reading, c.standard, c.epoch, c.type); }),
-              c.id);
+    // From the third argument on: the position or the validator's
+    // identifier of a parse failure.
+    EXPECT_EQ(
+        thrownId(
+            [&] { Clock::timePointFrom(c.reading, c.standard, c.epoch, type); },
+            2),
+        c.id);
+    EXPECT_EQ(
+        thrownId([&] { Clock(c.reading, c.standard, c.epoch, c.type); }, 2),
+        c.id);
   }
   EXPECT_EQ(thrownId([&] {
               Clock("2016-12-31 23:59:59", TS::TDB, Epoch::EpochJ2000, kDouble);
@@ -391,6 +403,25 @@ TEST(CheckedTimePoint, RefusesReadingsTheTypeOrTheScheduleCannotHold) {
                                    kDouble);
             }),
             "BadSecond");
+}
+
+TEST(CheckedTimePoint, ReadsTheShorterIsoFormsAsTheFullOne) {
+  const struct {
+    const char* shorter;
+    const char* full;
+  } kForms[] = {{"2016-12-31", "2016-12-31 00:00:00"},
+                {"2016-12-31T23:59", "2016-12-31 23:59:00"},
+                {"2016-12-31t23:59:60,25z", "2016-12-31 23:59:60.25"},
+                {"2016-12-31T23:59:60.5Z", "2016-12-31 23:59:60.5"}};
+  for (const auto& f : kForms) {
+    SCOPED_TRACE(f.shorter);
+    const DateTime a =
+        Clock::timePointFrom(f.shorter, TS::UTC, Epoch::Epoch1970, kS64_20);
+    const DateTime b =
+        Clock::timePointFrom(f.full, TS::UTC, Epoch::Epoch1970, kS64_20);
+    EXPECT_EQ(a.value.toDecimalString(), b.value.toDecimalString());
+    EXPECT_EQ(a.isLeapSecond, b.isLeapSecond);
+  }
 }
 
 TEST(CheckedTimePoint, KeepsLeapSecondsThatStayInside) {

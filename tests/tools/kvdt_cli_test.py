@@ -2,11 +2,15 @@
 import calendar
 import json
 import os
+import pty
+import random
 import re
+import select
 import shlex
 import subprocess
 import sys
 import tempfile
+import time
 
 KVDT, README = sys.argv[1], sys.argv[2]
 failures = []
@@ -31,27 +35,52 @@ def check(cond, what):
 
 
 # Every "$ kvdt ..." line of a console block prints exactly the lines below
-# it; an identifier first means status 2.
+# it: errors ("Korvane:..." or {"error": ...}) on stderr, the rest on stdout,
+# and an error means status 2. "<<END" feeds the lines up to "END" to
+# standard input, as a shell here-document would.
+ERROR_LINE = re.compile(r'Korvane:[\w:]+: |\{"error":')
 examples = 0
 text = open(README, encoding="utf-8").read()
 for block in re.findall(r"```console\n(.*?)```", text, re.S):
-    for command, expected in re.findall(r"^\$ (kvdt .*)\n((?:(?!\$ ).*\n)*)",
-                                        block, re.M):
+    for command, feed, expected in re.findall(
+            r"^\$ (kvdt .*?)(?: <<END\n((?:(?!END\n).*\n)*)END)?\n"
+            r"((?:(?!\$ ).*\n)*)", block, re.M):
         examples += 1
-        rc, out, err = run(shlex.split(command)[1:])
-        shown, expected = (out + err).rstrip("\n"), expected.rstrip("\n")
-        check(rc == (2 if re.match(r"Korvane:[\w:]+: ", expected) else 0) and
-              shown == expected, f"README `{command}`: status {rc}, "
-              f"printed\n{shown}\ninstead of\n{expected}")
+        rc, out, err = run(shlex.split(command)[1:], input=feed)
+        lines = expected.splitlines()
+        errors = [l for l in lines if ERROR_LINE.match(l)]
+        results = [l for l in lines if not ERROR_LINE.match(l)]
+        check(rc == (2 if errors else 0) and out.splitlines() == results and
+              err.splitlines() == errors,
+              f"README `{command}`: status {rc}, printed\n{out}{err}instead "
+              f"of\n{expected}")
 check(examples >= 5, f"only {examples} kvdt examples found in the README")
 
 # Bad input ends with one line "<identifier>: <message>" on stderr and status
 # 2; a clock that overflows has printed the steps before.
 R = "'2016-12-31 23:59:59'"
 BAD = [("bogus", "kvdt:UnknownSubcommand"), ("convert", "kvdt:BadArguments"),
-       ("convert yesterday", "DateTime:BadReadingText"),
-       ("convert '2016-12-31 23:59'", "DateTime:BadReadingText"),
-       ("convert '2016-12-31 23:59:60' --standard tai", "DateTime:BadSecond"),
+       ("convert yesterday", "DateTime:ParseMismatch"),
+       ("convert '2016-12-31 23:5'", "DateTime:ParseMismatch"),
+       ("convert '2016-12-31 23:59:60' --standard tai",
+        "DateTime:ParseInvalidDateTime"),
+       ("convert 2016-12-31T23:59:59Z --standard tai",
+        "DateTime:ParseTimeStandardMismatch"),
+       ("convert 12:00 --input-format HH:mm", "DateTime:ParsePatternIncomplete"),
+       ("convert 2016 --input-format 'yyyy x'", "DateTime:InvalidFormatChar"),
+       ("convert @x", "kvdt:BadStoredCount"), ("convert @", "kvdt:BadStoredCount"),
+       ("convert @nan", "DateTime:StoredCountOutOfRange"),
+       ("convert @300 --type int8", "DateTime:StoredCountOutOfRange"),
+       ("convert --input /", "kvdt:CannotReadInput"),
+       ("convert --input /none/file", "kvdt:CannotReadInput"),
+       ("convert --input /dev/zero", "kvdt:LineTooLong"),
+       ("convert --epoch mjd", "kvdt:BadArguments"),
+       ("leap-seconds --type int8", "kvdt:NoLeapSecondFitsType"),
+       ("convert 0 --type int8 --to-standard tai",
+        "kvdt:NoLeapSecondFitsType"),
+       ("--json convert yesterday", "DateTime:ParseMismatch"),
+       ("convert --json --input /", "kvdt:CannotReadInput"),
+       ("--json bogus", "kvdt:UnknownSubcommand"),
        (f"convert {R} --epoch 1971", "kvdt:UnknownEpoch"),
        (f"convert {R} --to-standard gps", "kvdt:UnknownStandard"),
        (f"convert {R} --type s200.0", "kvdt:UnknownType"),
@@ -91,10 +120,27 @@ BAD = [("bogus", "kvdt:UnknownSubcommand"), ("convert", "kvdt:BadArguments"),
         "kvdt:BadText"),
        (b"check-format \"'\xf0\x9f\x98'\"", "kvdt:BadText"),
        (b"convert '2016\xff-01-01 00:00:00'", "kvdt:BadText")]
+
+
+def one_error(err, json_wanted):
+    """The identifier of the single error line on stderr, text or JSON."""
+    if len(err.splitlines()) != 1:
+        return None
+    if json_wanted:
+        try:
+            return json.loads(err)["error"]["identifier"]
+        except (ValueError, KeyError, TypeError):
+            return None
+    m = re.match(r"(Korvane:\w+:\w+): ", err)
+    return m and m.group(1)
+
+
 for command, ident in BAD:
-    rc, out, err = run(argv_of(command))
-    check(rc == 2 and err.startswith(f"Korvane:{ident}: ") and out == "" and
-          len(err.splitlines()) == 1, f"{command}: {rc} {err!r}, not {ident}")
+    args = argv_of(command)
+    rc, out, err = run(args)
+    check(rc == 2 and out == "" and
+          one_error(err, "--json" in args or b"--json" in args) ==
+          f"Korvane:{ident}", f"{command}: {rc} {err!r}, not {ident}")
 
 # Output that cannot be written is a failure, whatever printed it: a full
 # device, or no stdout at all (closed in the child before kvdt starts).
@@ -111,7 +157,8 @@ for command in [w + j for w in WRITERS for j in ("", " --json")] + [
                 text=True, timeout=60,
                 **{k: v for k, v in how.items() if k != "stdout"})
         check(p.returncode == 2 and
-              re.fullmatch(r"Korvane:kvdt:WriteFailed: .+\n", p.stderr),
+              one_error(p.stderr, "--json" in command) ==
+              "Korvane:kvdt:WriteFailed",
               f"{command} > {sink}: {p.returncode} {p.stderr!r}")
 
 for command in ("convert '2016-12-31 23:59:60.5' --to-standard tai",
@@ -189,6 +236,97 @@ with tempfile.TemporaryDirectory() as d:
                            stdin=f)
     check(rc == 0 and out.splitlines()[-1].startswith("2029-12-31"),
           f"list on stdin: {rc} {err!r}")
+
+# Files: every failure names its line; --keep-going converts the rest and
+# ends with status 2; a stream longer than the line limit is refused.
+with tempfile.TemporaryDirectory() as d:
+    log = os.path.join(d, "log")
+    with open(log, "w") as f:
+        f.write("2016-12-31T23:59:60.5Z\n@1483228800\nbad\r\n2017-01-01\n"
+                "@1e300\n2017-01-01 00:00")  # no line end on the last line
+    rc, out, err = run(["convert", "--input", log])
+    check(rc == 2 and len(out.splitlines()) == 2 and
+          err.startswith("Korvane:DateTime:ParseMismatch: ") and
+          err.endswith(f'(line 3 of "{log}": "bad")\n'),
+          f"first bad line: {rc} {out!r} {err!r}")
+    rc, out, err = run(["convert", "--keep-going", "--json", "--input", log])
+    errors = [json.loads(l)["error"] for l in err.splitlines()]
+    check(rc == 2 and len(out.splitlines()) == 4 and
+          [(e["line"], e["input"], e["source"]) for e in errors] ==
+          [(3, "bad", log), (5, "@1e300", log)] and
+          errors[1]["identifier"] == "Korvane:DateTime:BadYear",
+          f"--keep-going: {rc} {out!r} {errors!r}")
+    check(all(json.loads(l)["output"]["standard"] == "UTC"
+              for l in out.splitlines()), f"JSON lines: {out!r}")
+    with open(log, "w") as f:
+        f.write("2016-12-31\n" + "9" * 5000 + "\n2017-01-01\n")
+    rc, out, err = run(["convert", "--input", log, "--keep-going"])
+    check(rc == 2 and len(out.splitlines()) == 1 and
+          err.startswith("Korvane:kvdt:LineTooLong: Line 2 "),
+          f"overlong line: {rc} {out!r} {err!r}")
+
+    # A file converts as its lines would one by one, in readings of every
+    # form the preset reads and in stored counts.
+    rng = random.Random(20161231)
+    values = []
+    for _ in range(200):
+        t = rng.randrange(-2208988800, 4102444800)
+        g = time.gmtime(t)
+        form = rng.randrange(5)
+        if form == 0:
+            values.append(f"@{t}")
+        elif form == 1:
+            values.append(time.strftime("%Y-%m-%d", g))
+        elif form == 2:
+            values.append(time.strftime("%Y-%m-%dT%H:%M", g) + "Z")
+        else:
+            frac = "".join(rng.choice("0123456789")
+                           for _ in range(rng.randrange(1, 10)))
+            values.append(time.strftime("%Y-%m-%d %H:%M:%S.", g) + frac)
+    with open(log, "w") as f:
+        f.write("\n".join(values) + "\n")
+    for extra in ([], ["--to-standard", "tai", "--type", "s64:20"]):
+        rc, out, err = run(["convert", "--input", log] + extra)
+        single = [run(["convert"] + extra + ["--", v])[1] for v in values]
+        check(rc == 0 and err == "" and out.splitlines(keepends=True) == single,
+              f"file against single values {extra}: {rc} {err!r}")
+
+    # A progress line only when stderr is a terminal.
+    with open(log, "w") as f:
+        f.write("2016-12-31\n" * 250000)
+    rc, out, err = run(["convert", "--input", log])
+    check(rc == 0 and err == "" and len(out.splitlines()) == 250000,
+          f"long input, stderr piped: {rc} {err[:200]!r}")
+    master, slave = pty.openpty()
+    p = subprocess.run([KVDT, "convert", "--input", log], stderr=slave,
+                       stdout=subprocess.DEVNULL, timeout=60)
+    os.close(slave)
+    shown = b""
+    while select.select([master], [], [], 0)[0]:
+        try:
+            chunk = os.read(master, 4096)
+        except OSError:
+            break
+        if not chunk:
+            break
+        shown += chunk
+    os.close(master)
+    check(p.returncode == 0 and b"200000 lines" in shown,
+          f"long input, stderr a terminal: {shown[:200]!r}")
+
+# --json is offered by every subcommand.
+for sub in ("convert", "format", "check-format", "patterns", "leap-seconds",
+            "step"):
+    rc, out, _ = run([sub, "--help"])
+    check(rc == 0 and "--json" in out, f"{sub} --help lacks --json")
+
+# The letters' examples are the formatter's renderings.
+rows = json.loads(run(["patterns", "--json"])[1])["letters"]
+check("".join(r["letter"] for r in rows) == "tGyuMdDeahHmsS", f"{rows!r}")
+for r in rows:
+    for e in r["examples"]:
+        rc, out, _ = run(["format", e["pattern"], "2016-12-31 23:59:60.5"])
+        check(rc == 0 and out == e["text"] + "\n", f"pattern {e!r}: {out!r}")
 
 rc, out, err = run(["--version"])
 check(rc == 0 and re.fullmatch(r"kvdt \d+\.\d+\.\d+\n", out), f"--version: {out!r}")

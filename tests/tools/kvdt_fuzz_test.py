@@ -2,10 +2,13 @@
 garbage (arbitrary code points, invalid UTF-8). Seeded and bounded.
 usage: kvdt_fuzz_test.py KVDT [RUNS] [SEED]
 
-Whatever the arguments, kvdt ends with status 0 or 2 and no signal; on 2 it
-writes exactly one "<identifier>: <message>" line to stderr and nothing to
-stdout; on 0 nothing to stderr, UTF-8 on stdout, and JSON under --json. An argument
-that is not UTF-8 is refused as such, whatever else is wrong."""
+Whatever the arguments, kvdt ends with status 0 or 2 and no signal; on 2
+every line on stderr is an error, "<identifier>: <message>" or under --json
+{"error": {...}}, and only `convert` (one line per value) may have written
+results before it; otherwise exactly one error line and nothing on stdout.
+On 0 nothing to stderr, UTF-8 on stdout, one JSON object per line under
+--json. An argument that is not UTF-8 is refused as such, whatever else is
+wrong."""
 import json
 import random
 import re
@@ -46,7 +49,9 @@ def garbage():
 READINGS = ["2016-12-31 23:59:59", "2016-12-31 23:59:60.5", "1972-01-01T00:00:00",
             "9999-12-31 23:59:59.999", "1400-01-01 00:00:00", "2015-06-30 23:59:60",
             "2016-02-30 00:00:00", "0", "1e9", "-1e30", "nan", "inf", "300",
-            "1483228799.5", "2016-12-31 23:59"]
+            "1483228799.5", "2016-12-31 23:59", "2016-12-31", "@1483228800",
+            "@-1e30", "@x", "2016-12-31T23:59:60.5Z", "2016-12-31T23:59:60z",
+            "31/12/2016 23:59", "-"]
 VALUES = {
     "--epoch": ["1970", "1900", "1958", "jd", "mjd", "j2000", "JD", "1971"],
     "--to-epoch": ["1970", "jd", "mjd", "j2000", "x"],
@@ -60,11 +65,16 @@ VALUES = {
     "--show": ["utc", "utc,tai,tt", "tdb", "utc,,tai", "x"],
     "--from": READINGS[:4],
     "--leap-seconds-list": ["/", "/dev/null", "/nonexistent", "-"],
+    "--input": ["/", "/dev/null", "/nonexistent", "-", "/dev/zero"],
+    "--input-format": ["dd/MM/yyyy HH:mm", "yyyy", "HH:mm", "x"],
 }
 SUBCOMMANDS = {
-    "convert": (["value"], ["--epoch", "--standard", "--type", "--to-epoch",
-                            "--to-standard", "--to-type", "--format",
-                            "--leap-seconds-list"]),
+    "convert": (["value", "value", "value"],
+                ["--epoch", "--standard", "--type", "--to-epoch",
+                 "--to-standard", "--to-type", "--format",
+                 "--leap-seconds-list", "--input", "--input-format",
+                 "--keep-going", "--json"]),
+    "patterns": ([], ["--json"]),
     "format": (["pattern", "reading"], ["--standard"]),
     "check-format": (["pattern"], []),
     "leap-seconds": ([], ["--epoch", "--type", "--from", "--standard",
@@ -85,12 +95,14 @@ def argv():
     args = ["--json"] if rng.random() < 0.4 else []
     args.append(sub)
     positional, options = SUBCOMMANDS.get(sub, ([], []))
-    for name in positional:
-        if rng.random() < 0.9:
+    for k, name in enumerate(positional):
+        if rng.random() < (0.9 if k == 0 else 0.3):
             args.append(pattern() if name == "pattern" else
                         rng.choice(READINGS))
     for name in rng.sample(options, rng.randrange(0, len(options) + 1)):
         args.append(name)
+        if name in ("--keep-going", "--json"):
+            continue
         if rng.random() < 0.95:
             args.append(pattern() if name == "--format" else
                         rng.choice(VALUES[name]))
@@ -108,7 +120,20 @@ def utf8(b):
 
 
 failures = []
-LINE = re.compile(r"Korvane:\w+:\w+: [^\n]+\n")
+LINE = re.compile(r"Korvane:\w+:\w+: [^\n]+")
+
+
+def error_line(line, json_wanted):
+    if not json_wanted:
+        return LINE.fullmatch(line) is not None
+    try:
+        e = json.loads(line)["error"]
+        return re.fullmatch(r"Korvane:\w+:\w+", e["identifier"]) is not None
+    except (ValueError, KeyError, TypeError):
+        return False
+
+
+
 for run in range(RUNS):
     args = argv()
     p = subprocess.run([KVDT] + args, capture_output=True, timeout=60,
@@ -118,9 +143,13 @@ for run in range(RUNS):
     not_utf8 = any(isinstance(a, bytes) and not utf8(a) for a in args)
     if p.returncode not in (0, 2):
         why = f"status {p.returncode}"
-    elif p.returncode == 2 and not (LINE.fullmatch(err) and out == b""):
+    elif p.returncode == 2 and not (
+            err.endswith("\n") and
+            all(error_line(l, "--json" in args) for l in err.splitlines()) and
+            (("convert" in args and "--help" not in args) or
+             (out == b"" and len(err.splitlines()) == 1))):
         why = f"bad failure report {err!r} / {out[:80]!r}"
-    elif not_utf8 and not err.startswith("Korvane:kvdt:BadText: "):
+    elif not_utf8 and "Korvane:kvdt:BadText" not in err:
         why = f"an argument that is not UTF-8 gave {p.returncode} {err!r}"
     elif p.returncode == 0:
         try:
@@ -131,7 +160,8 @@ for run in range(RUNS):
             why = f"stderr on success: {err!r}"
         elif "--json" in args and "--help" not in args and not why:
             try:
-                json.loads(text)
+                for line in text.splitlines():
+                    json.loads(line)
             except ValueError:
                 why = f"--json printed {text[:80]!r}"
     if why:
