@@ -143,6 +143,40 @@ void BM_AddChain_ByHand_Int128(benchmark::State& state) {
   });
 }
 
+// A model's clock with its step prepared once for the type (DateTime::Step),
+// beside the raw chain of the same stored step: an integer add and nothing
+// else, each step on the last.
+void preparedChain(benchmark::State& state, const DataType& type) {
+  DateTime dt = startOf(type);
+  FXP::MathControl mc = FXP::MathControl::createFullPrecisionMathControl();
+  const DateTime::Step step(type, dt.epoch, kStep, mc.getMathMode());
+  for (auto _ : state) {
+    dt.add(step, mc);
+    benchmark::DoNotOptimize(dt.value);
+  }
+}
+void BM_AddChain_KvDateTime_PreparedInt64(benchmark::State& state) {
+  preparedChain(state, kI64);
+}
+void BM_AddChain_KvDateTime_PreparedInt128(benchmark::State& state) {
+  preparedChain(state, kI128);
+}
+template <typename Int, int FractionBits>
+void rawChain(benchmark::State& state) {
+  Int v = 0;
+  const Int step = byHandStep<Int, FractionBits>(0, kStep);
+  for (auto _ : state) {
+    v += step;
+    benchmark::DoNotOptimize(v);
+  }
+}
+void BM_AddChain_Raw_Int64(benchmark::State& state) {
+  rawChain<std::int64_t, 32>(state);
+}
+void BM_AddChain_Raw_Int128(benchmark::State& state) {
+  rawChain<FXP::Int128, 64>(state);
+}
+
 // --- construction from a calendar reading ---------------------------------
 
 void BM_Construct_KvDateTime(benchmark::State& state) {
@@ -253,6 +287,10 @@ BENCHMARK(BM_AddChain_KvDateTime_Int64);
 BENCHMARK(BM_AddChain_ByHand_Int64);
 BENCHMARK(BM_AddChain_KvDateTime_Int128);
 BENCHMARK(BM_AddChain_ByHand_Int128);
+BENCHMARK(BM_AddChain_KvDateTime_PreparedInt64);
+BENCHMARK(BM_AddChain_Raw_Int64);
+BENCHMARK(BM_AddChain_KvDateTime_PreparedInt128);
+BENCHMARK(BM_AddChain_Raw_Int128);
 BENCHMARK(BM_Construct_KvDateTime);
 BENCHMARK(BM_Construct_CalendarToEpochTime);
 BENCHMARK(BM_ToCal_KvDateTime_Int64Seconds);
@@ -269,6 +307,10 @@ int main(int argc, char** argv) {
         "goal <= 5"},
        {"BM_AddChain_KvDateTime_Int128", "BM_AddChain_ByHand_Int128",
         "goal <= 5"},
+       {"BM_AddChain_KvDateTime_PreparedInt64", "BM_AddChain_Raw_Int64",
+        "goal <= 4"},
+       {"BM_AddChain_KvDateTime_PreparedInt128", "BM_AddChain_Raw_Int128",
+        "goal <= 4"},
        {"BM_Construct_KvDateTime", "BM_Construct_CalendarToEpochTime",
         "goal <= 1.5"},
        {"BM_ToCal_KvDateTime_Int64Seconds", "BM_ToCal_Hinnant_SixDoubles",
