@@ -1,3 +1,13 @@
+// Result, 2026-11-23 23:38 UTC: shared 2-vCPU AMD EPYC VM, g++ 12.2 -O3,
+// Release (KVDT_WERROR=ON), load average 2.53 (1 min; 6.0 over 5 min),
+// kv_bench_datetime --benchmark_min_time=0.2 --benchmark_repetitions=3,
+// medians, CPU ns per step of a running chain: prepared step (DateTime::Step)
+// int64 (F=32) 1.99 / raw int64 add 0.425 = 4.68x; int128 (F=64) 2.45 /
+// raw __int128 add 0.496 = 4.20x (goal <= 4: missed in this run). A single
+// run of this code earlier the same hour, under load 8.4, gave 3.57x /
+// 3.45x; one before its branch hints 4.04x / 4.00x. The plain add(seconds) chain in the same run: 7.08 (int64)
+// and 8.24 (int128), 16.7x and 16.6x the raw chains.
+//
 // Result, 2026-11-23: same VM (load average 9-12), Release, after the
 // calendar's ordinary path went inline into the constructor: construct /
 // calendarToEpochTime 14.2 / 9.50 (1.50x), 16.3 / 9.45 (1.72x) and 1.41x in
