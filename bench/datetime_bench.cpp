@@ -1,3 +1,13 @@
+// Result, 2026-11-23 23:38 UTC: shared 2-vCPU AMD EPYC VM, g++ 12.2 -O3,
+// Release (KVDT_WERROR=ON), load average 2.53 (1 min; 6.0 over 5 min),
+// kv_bench_datetime --benchmark_min_time=0.2 --benchmark_repetitions=3,
+// medians, CPU ns per step of a running chain: prepared step (DateTime::Step)
+// int64 (F=32) 1.99 / raw int64 add 0.425 = 4.68x; int128 (F=64) 2.45 /
+// raw __int128 add 0.496 = 4.20x (goal <= 4: missed in this run). A single
+// run of this code earlier the same hour, under load 8.4, gave 3.57x /
+// 3.45x; one before its branch hints 4.04x / 4.00x. The plain add(seconds) chain in the same run: 7.08 (int64)
+// and 8.24 (int128), 16.7x and 16.6x the raw chains.
+//
 // Result, 2026-11-23: same VM (load average 9-12), Release, after the
 // calendar's ordinary path went inline into the constructor: construct /
 // calendarToEpochTime 14.2 / 9.50 (1.50x), 16.3 / 9.45 (1.72x) and 1.41x in
@@ -143,6 +153,40 @@ void BM_AddChain_ByHand_Int128(benchmark::State& state) {
   });
 }
 
+// A model's clock with its step prepared once for the type (DateTime::Step),
+// beside the raw chain of the same stored step: an integer add and nothing
+// else, each step on the last.
+void preparedChain(benchmark::State& state, const DataType& type) {
+  DateTime dt = startOf(type);
+  FXP::MathControl mc = FXP::MathControl::createFullPrecisionMathControl();
+  const DateTime::Step step(type, dt.epoch, kStep, mc.getMathMode());
+  for (auto _ : state) {
+    dt.add(step, mc);
+    benchmark::DoNotOptimize(dt.value);
+  }
+}
+void BM_AddChain_KvDateTime_PreparedInt64(benchmark::State& state) {
+  preparedChain(state, kI64);
+}
+void BM_AddChain_KvDateTime_PreparedInt128(benchmark::State& state) {
+  preparedChain(state, kI128);
+}
+template <typename Int, int FractionBits>
+void rawChain(benchmark::State& state) {
+  Int v = 0;
+  const Int step = byHandStep<Int, FractionBits>(0, kStep);
+  for (auto _ : state) {
+    v += step;
+    benchmark::DoNotOptimize(v);
+  }
+}
+void BM_AddChain_Raw_Int64(benchmark::State& state) {
+  rawChain<std::int64_t, 32>(state);
+}
+void BM_AddChain_Raw_Int128(benchmark::State& state) {
+  rawChain<FXP::Int128, 64>(state);
+}
+
 // --- construction from a calendar reading ---------------------------------
 
 void BM_Construct_KvDateTime(benchmark::State& state) {
@@ -253,6 +297,10 @@ BENCHMARK(BM_AddChain_KvDateTime_Int64);
 BENCHMARK(BM_AddChain_ByHand_Int64);
 BENCHMARK(BM_AddChain_KvDateTime_Int128);
 BENCHMARK(BM_AddChain_ByHand_Int128);
+BENCHMARK(BM_AddChain_KvDateTime_PreparedInt64);
+BENCHMARK(BM_AddChain_Raw_Int64);
+BENCHMARK(BM_AddChain_KvDateTime_PreparedInt128);
+BENCHMARK(BM_AddChain_Raw_Int128);
 BENCHMARK(BM_Construct_KvDateTime);
 BENCHMARK(BM_Construct_CalendarToEpochTime);
 BENCHMARK(BM_ToCal_KvDateTime_Int64Seconds);
@@ -269,6 +317,10 @@ int main(int argc, char** argv) {
         "goal <= 5"},
        {"BM_AddChain_KvDateTime_Int128", "BM_AddChain_ByHand_Int128",
         "goal <= 5"},
+       {"BM_AddChain_KvDateTime_PreparedInt64", "BM_AddChain_Raw_Int64",
+        "goal <= 4"},
+       {"BM_AddChain_KvDateTime_PreparedInt128", "BM_AddChain_Raw_Int128",
+        "goal <= 4"},
        {"BM_Construct_KvDateTime", "BM_Construct_CalendarToEpochTime",
         "goal <= 1.5"},
        {"BM_ToCal_KvDateTime_Int64Seconds", "BM_ToCal_Hinnant_SixDoubles",

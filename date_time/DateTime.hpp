@@ -119,6 +119,43 @@ class KVDT_EXPORT DateTime : public DvLs {
     if (!value.tryAddFromDouble(back, magnitude, control.getMathMode()))
       addGeneral(back, magnitude, control);
   }
+  // A step a clock takes again and again (a model's fixed step), prepared
+  // once for a storage type, an epoch and a mode, so that add(step, ...)
+  // need not convert the shift or pick the type's arithmetic on every call.
+  class Step {
+   public:
+    Step(const FXP::DataType& type, Epoch epoch, double seconds,
+         FXP::MathMode mode) noexcept
+        : epoch_(epoch),
+          seconds_(seconds),
+          shift_(prepared(type, epoch, seconds, mode)) {}
+    double seconds() const noexcept { return seconds_; }
+
+   private:
+    friend class DateTime;
+    // add's own reading of the shift: days for day epochs, and a magnitude
+    // subtracted for a negative or NaN shift.
+    static FXP::DataValue::PreparedShift prepared(const FXP::DataType& type,
+                                                  Epoch epoch, double seconds,
+                                                  FXP::MathMode mode) noexcept {
+      const double shift =
+          DateTimeUtilities::secondsToTimeShift(seconds, epoch);
+      const bool back = !(shift >= 0);
+      return {type, back, back ? -shift : shift, mode};
+    }
+    Epoch epoch_;
+    double seconds_;
+    FXP::DataValue::PreparedShift shift_;
+  };
+  // add(step.seconds(), control), with the same bits, the same overflow
+  // reports and the same hazards. A clock whose epoch, storage type or
+  // control mode is not the step's simply takes that call.
+  void add(const Step& step, FXP::MathControl& control) {
+    if (step.epoch_ != epoch) [[unlikely]]
+      return add(step.seconds_, control);
+    if (!value.tryAddPrepared(step.shift_, control.getMathMode())) [[unlikely]]
+      addGeneral(step.shift_.subtracts(), step.shift_.operand(), control);
+  }
   // add, reporting whether the result overflowed the storage type. Installs
   // a logger local to the call on `control` and leaves it there: do not use
   // the control's logger afterwards.

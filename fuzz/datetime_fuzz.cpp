@@ -6,9 +6,10 @@
 // - a time point reads back as a calendar record or throws a named
 //   diagnostic; a record read back builds the same value again (exactly for
 //   second epochs outside TT, within one step of the type otherwise);
-// - add, subtract and addWithOverflowCheck give the exact sum rounded once
-//   into the storage type, report overflow exactly when the range is left,
-//   and change neither flag, epoch nor standard;
+// - add (plain or by a prepared step), subtract and addWithOverflowCheck
+//   give the exact sum rounded once into the storage type, report overflow
+//   exactly when the range is left, and change neither flag, epoch nor
+//   standard;
 // - an epoch conversion without overflow lands within a step of the exact
 //   offset sum, and an epoch outside the enumeration throws out_of_range.
 
@@ -181,6 +182,8 @@ void checkAdd(const DateTime& start, double seconds, MathMode mode, int how,
   if (how == 0) dt.add(seconds, control);
   if (how == 1) overflow = dt.addWithOverflowCheck(seconds, control);
   if (how == 2) dt.subtract(seconds, control);
+  // The prepared step of a model's clock, held to the same exact sum.
+  if (how == 3) dt.add(DateTime::Step(type, dt.epoch, seconds, mode), control);
   if (how != 1) overflow = logger.overflowOccurred();
   KVFUZZ_CHECK(!compare(exactOf(dt.value), want.value) &&
                    overflow == want.overflow,
@@ -462,7 +465,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                             std::to_string(static_cast<int>(ts));
   checkReadBack(dt, where);
   const double seconds = kvfuzz::anyDouble(in);
-  checkAdd(dt, seconds, mode, in.ConsumeIntegralInRange<int>(0, 2),
+  checkAdd(dt, seconds, mode, in.ConsumeIntegralInRange<int>(0, 3),
            where + " add " + kvfuzz::describe(&seconds, 1));
   checkConverter(dt, kvfuzz::anyEpoch(in), anyType(in), mode, where);
   if (tableType >= 0 && static_cast<std::uint32_t>(epoch) <= 5)

@@ -6,6 +6,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 #include "host/fxp/DataType.hpp"
@@ -97,6 +98,60 @@ class DataValue {
   // *this unchanged otherwise; the caller then makes the two calls, which
   // round, saturate or wrap, and log.
   bool tryAddFromDouble(bool subtract, double operand, MathMode mode) noexcept;
+
+  // The operand of tryAddFromDouble brought into a type once, for a value
+  // stepped by the same amount many times (a model's clock): the conversion,
+  // its rounding and the choice of sum for the type's word are made here,
+  // so that each step is one integer or double sum and a range test.
+  class PreparedShift {
+   public:
+    PreparedShift(const DataType& type, bool subtract, double operand,
+                  MathMode mode) noexcept;
+    const DataType& type() const noexcept { return type_; }
+    MathMode mode() const noexcept { return mode_; }
+    bool subtracts() const noexcept { return subtract_; }
+    double operand() const noexcept { return operand_; }
+
+   private:
+    friend class DataValue;
+    // kNone: the operand leaves tryAddFromDouble's fast path whatever the
+    // value (it saturates, wraps or is not finite). kWord64: kNarrow's sum
+    // in int64_t, for words of up to 64 bits signed or 63 unsigned whose
+    // signed operand fits int64_t; int64_t's own overflow lies outside every
+    // such word, so it only adds a way to fail. kNarrow: a word of at
+    // most 127 bits signed or 126 unsigned, where value and signed operand
+    // sum in Int128 without overflow and one range test decides. kSigned128:
+    // the full signed word, where Int128's own overflow is the range test.
+    // kFull: a 127- or 128-bit unsigned word, stepped the long way.
+    enum class Kind : std::uint8_t {
+      kNone,
+      kDouble,
+      kWord64,
+      kNarrow,
+      kSigned128,
+      kFull
+    };
+    static std::uint16_t modeKey(MathMode m) noexcept {
+      return static_cast<std::uint16_t>(m.roundingCode() |
+                                        (m.overflowCode() << 8));
+    }
+    DataType type_;
+    MathMode mode_;
+    std::uint16_t modeKey_;
+    Kind kind_ = Kind::kNone;
+    bool subtract_;
+    double operand_;
+    // kDouble: the operand, negated for a subtraction (x - y and x + (-y)
+    // round alike). kNarrow: the stored operand, likewise negated, and the
+    // word's range.
+    Int128 signedOperand_ = 0;
+    Int128 min_ = 0;
+    Int128 max_ = 0;
+  };
+  // tryAddFromDouble(p.subtracts(), p.operand(), mode), bit for bit and
+  // with the same return. When the value's type or the mode is not the one
+  // `p` was prepared for, it is exactly that call.
+  bool tryAddPrepared(const PreparedShift& p, MathMode mode) noexcept;
 
   const DataType& getDataType() const noexcept { return type_; }
   fxpDataTypeProp getDataTypeProp() const noexcept { return type_.getProp(); }
@@ -441,6 +496,103 @@ inline bool DataValue::fixedSum(bool subtract, DataType type,
   lo_ = lo;
   hi_ = hi;
   return true;
+}
+
+inline DataValue::PreparedShift::PreparedShift(const DataType& type,
+                                               bool subtract, double operand,
+                                               MathMode mode) noexcept
+    : type_(type),
+      mode_(mode),
+      modeKey_(modeKey(mode)),
+      subtract_(subtract),
+      operand_(operand) {
+  if (type.isDouble()) {
+    if (operand - operand == 0) {  // as tryAddFromDouble: finite only
+      kind_ = Kind::kDouble;
+      signedOperand_ =
+          std::bit_cast<std::uint64_t>(subtract ? -operand : operand);
+    }
+    return;
+  }
+  // The same two conversions, in the same order, as tryAddFromDouble.
+  Int128 stored;
+  std::int64_t r;
+  if (detail::scaledToStored(type, operand, mode, r)) {
+    stored = r;
+  } else if (!detail::largeScaledToStored(
+                 type, operand * detail::pow2(type.fractionLength()), stored)) {
+    return;
+  }
+  const int w = type.wordLength();
+  if (!type.isSigned() && w > 126) {
+    kind_ = Kind::kFull;
+    return;
+  }
+  // The stored operand fits the word, so |stored| < 2^127 and its negation
+  // is exact.
+  signedOperand_ = subtract ? -stored : stored;
+  if (w == 128) {
+    kind_ = Kind::kSigned128;
+    return;
+  }
+  // Below 128 bits any sum of two values of the word fits Int128 too.
+  const bool word64 =
+      (type.isSigned() ? w <= 64 : w <= 63) &&
+      signedOperand_ >= std::numeric_limits<std::int64_t>::min() &&
+      signedOperand_ <= std::numeric_limits<std::int64_t>::max();
+  kind_ = word64 ? Kind::kWord64 : Kind::kNarrow;
+  const Int128 top = (Int128{1} << (type.isSigned() ? w - 1 : w)) - 1;
+  max_ = top;
+  min_ = type.isSigned() ? -top - 1 : 0;
+}
+
+// Always inlined for the reason tryAddFromDouble is. Per step: one test of
+// type, mode and kind together, the sum, and the word's range.
+[[gnu::always_inline]] inline bool DataValue::tryAddPrepared(
+    const PreparedShift& p, MathMode mode) noexcept {
+  using Kind = PreparedShift::Kind;
+  const bool same = __builtin_expect(
+      type_ == p.type_ && PreparedShift::modeKey(mode) == p.modeKey_, 1);
+  if (same && p.kind_ == Kind::kWord64) {
+    // Unsigned words of up to 63 bits are non-negative int64_t values.
+    std::int64_t r;
+    if (__builtin_add_overflow(static_cast<std::int64_t>(lo_),
+                               static_cast<std::int64_t>(p.signedOperand_),
+                               &r) ||
+        r < static_cast<std::int64_t>(p.min_) ||
+        r > static_cast<std::int64_t>(p.max_))
+      return false;
+    lo_ = static_cast<std::uint64_t>(r);
+    hi_ = static_cast<std::uint64_t>(r >> 63);
+    return true;
+  }
+  const std::uint64_t lo = lo_, hi = hi_;
+  const auto value = static_cast<Int128>((static_cast<UInt128>(hi) << 64) | lo);
+  if (same && p.kind_ == Kind::kNarrow) {
+    // Unsigned words hold hi_ = 0, so the signed reading is the value.
+    const Int128 r = value + p.signedOperand_;
+    if (r < p.min_ || r > p.max_) return false;
+    lo_ = static_cast<std::uint64_t>(r);
+    hi_ = static_cast<std::uint64_t>(static_cast<UInt128>(r) >> 64);
+    return true;
+  }
+  if (same && p.kind_ == Kind::kSigned128) {
+    Int128 r;
+    if (__builtin_add_overflow(value, p.signedOperand_, &r)) return false;
+    lo_ = static_cast<std::uint64_t>(r);
+    hi_ = static_cast<std::uint64_t>(static_cast<UInt128>(r) >> 64);
+    return true;
+  }
+  if (same && p.kind_ == Kind::kDouble) {
+    const double s =
+        asDouble() +
+        std::bit_cast<double>(static_cast<std::uint64_t>(p.signedOperand_));
+    if (!(s - s == 0)) return false;
+    lo_ = std::bit_cast<std::uint64_t>(s + 0.0);
+    return true;
+  }
+  if (same && p.kind_ == Kind::kNone) return false;
+  return tryAddFromDouble(p.subtract_, p.operand_, mode);
 }
 
 inline DataValue DataValue::add(const DataType& resultType,

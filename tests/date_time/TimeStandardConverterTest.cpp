@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cmath>
+
 #include "date_time/TimeStandardConverter.hpp"
 #include "tests/CountingAllocator.hpp"
 #include "tests/date_time/LeapTestSupport.hpp"
@@ -61,6 +64,39 @@ TEST(UtcToTai, MatchesErfaInEveryEpochAndStorage) {
       }
       EXPECT_EQ(kvtest::allocations.load() - before, 0);
       EXPECT_EQ(toTai, 27u);
+    }
+}
+
+// A model's forward cursor gives the bits of the same call without one,
+// toward TAI and TT, in every epoch and storage, on the grid and through
+// each leap second (flag set there): the cursor's common step is taken
+// inline and must not differ from the long way.
+TEST(UtcToTai, ACursorGivesTheBitsOfTheCallWithoutOne) {
+  const auto bytes = [](const DateTime& dt) {
+    std::array<unsigned char, 16> b{};
+    dt.value.toCompact(b.data(), b.size());
+    return b;
+  };
+  for (Epoch e : kvtest::kAllEpochs)
+    for (const kvtest::Storage& s : kvtest::storagesFor(e)) {
+      const LeapSecondTableData t =
+          LeapSecondTableDataCreator::build(e, s.type);
+      for (TS to : {TS::TAI, TS::TT}) {
+        std::uint32_t cursor = 0;
+        for (const UtcReading& r : kvtest::utcGrid(13)) {
+          if (s.wholeSecondsOnly && r.secondOfDay != std::floor(r.secondOfDay))
+            continue;
+          const DateTime utc = at(r, e, s.type);
+          const DateTime stepped = convert(utc, to, t, &cursor);
+          const DateTime plain = convert(utc, to, t);
+          ASSERT_EQ(bytes(stepped), bytes(plain))
+              << s.name << ' ' << r.year << '-' << r.month << '-' << r.day
+              << ' ' << r.secondOfDay;
+          ASSERT_EQ(stepped.isLeapSecond, plain.isLeapSecond);
+          ASSERT_TRUE(stepped.value.getDataType() == s.type);
+        }
+        EXPECT_EQ(cursor, t.utcInstants.size()) << s.name;
+      }
     }
 }
 
