@@ -323,8 +323,8 @@ Outcome formatLoop(const StoredIn& in, const bool* flags, Epoch epoch,
   std::size_t i = 0;
   try {
     for (; i < in.size; ++i) {
-      const DateTimeStruct c = readBack(
-          DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
+      const DateTimeStruct c =
+          readBack(DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
       out.push_back(
           KvDateTime::DateTimeStructFormatter(c, ts).getFormattedStr(pattern));
     }
@@ -358,8 +358,8 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "to_calendar",
-      [](py::handle values, py::handle epoch, py::handle standard,
-         py::handle storage, py::handle leapSecond) {
+      [](ArrayLike values, EpochLike epoch, StandardLike standard,
+         StorageLike storage, OptArrayLike leapSecond) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
         const FXP::DataType type = storageArg(storage);
@@ -372,8 +372,7 @@ void bindBatch(py::module_& m) {
         const std::span<const bool> fl = flagSpan(flags, lib.valid);
         runLibrary(&lib, [&] {
           if (type.isDouble())
-            KvDateTime::Batch::toCalendarReadings(lib.doubles, e, ts, rows,
-                                                  fl);
+            KvDateTime::Batch::toCalendarReadings(lib.doubles, e, ts, rows, fl);
           else
             KvDateTime::Batch::toCalendarReadings(lib.bytes, type, e, ts, rows,
                                                   fl);
@@ -387,8 +386,8 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "from_calendar",
-      [](py::handle fields, py::handle epoch, py::handle standard,
-         py::handle storage) {
+      [](ArrayLike fields, EpochLike epoch, StandardLike standard,
+         StorageLike storage) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
         const FXP::DataType type = storageArg(storage);
@@ -419,9 +418,9 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "convert_standard",
-      [](py::handle values, py::handle fromStandard, py::handle toStandard,
-         py::handle epoch, py::handle storage, py::handle leapSecond,
-         py::handle table) {
+      [](ArrayLike values, StandardLike fromStandard, StandardLike toStandard,
+         EpochLike epoch, StorageLike storage, OptArrayLike leapSecond,
+         TableLike table) {
         const Epoch e = epochArg(epoch);
         const TimeStandard from = standardArg(fromStandard);
         const TimeStandard to = standardArg(toStandard);
@@ -459,8 +458,8 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "format",
-      [](py::handle values, py::handle pattern, py::handle epoch,
-         py::handle standard, py::handle storage, py::handle leapSecond) {
+      [](ArrayLike values, PatternLike pattern, EpochLike epoch,
+         StandardLike standard, StorageLike storage, OptArrayLike leapSecond) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
         const std::u16string p = patternArg(pattern);
