@@ -394,28 +394,28 @@ void bindScalar(py::module_& m) {
           "\"yyyy-MM-dd HH:mm:ss.SSS t\".")
       // Operators: another type compares unequal (and orders with
       // TypeError) instead of raising here.
-      .def("__eq__", &sameValue, py::is_operator())
+      .def("__eq__", &sameValue, py::is_operator(), py::arg("other"))
       .def(
           "__ne__",
           [](const DateTime& a, const DateTime& b) { return !sameValue(a, b); },
-          py::is_operator())
+          py::is_operator(), py::arg("other"))
       .def(
           "__lt__",
           [](const DateTime& a, const DateTime& b) { return order(a, b) < 0; },
-          py::is_operator())
+          py::is_operator(), py::arg("other"))
       .def(
           "__le__",
           [](const DateTime& a, const DateTime& b) { return order(a, b) <= 0; },
-          py::is_operator())
+          py::is_operator(), py::arg("other"))
       .def(
           "__gt__",
           [](const DateTime& a, const DateTime& b) { return order(a, b) > 0; },
-          py::is_operator())
+          py::is_operator(), py::arg("other"))
       .def(
           "__ge__",
           [](const DateTime& a, const DateTime& b) { return order(a, b) >= 0; },
-          py::is_operator())
-      .def("__sub__", &difference, py::is_operator(),
+          py::is_operator(), py::arg("other"))
+      .def("__sub__", &difference, py::is_operator(), py::arg("other"),
            "Seconds from `other` to this time point, as a float; both in the "
            "same epoch, standard and storage type (ValueError otherwise). "
            "In UTC the leap seconds between them count.")
