@@ -21,6 +21,7 @@
 #include <variant>
 #include <vector>
 
+#include "date_time/DateTimeParser.hpp"
 #include "date_time/StorageTypeName.hpp"
 #include "python/Common.hpp"
 
@@ -349,6 +350,65 @@ const bool* flagData(const std::optional<py::array_t<bool>>& flags) {
   return flags ? flags->data() : nullptr;
 }
 
+// Texts from a NumPy array of str (UCS-4, padded with NULs) or bytes, read
+// by the parser as UTF-8 into calendar rows. One buffer serves every
+// element, so the loop allocates nothing once it has grown.
+Outcome parseLoop(const py::buffer_info& texts, bool ucs4,
+                  const std::string* pattern, TimeStandard ts, double* rows) {
+  const std::size_t n = static_cast<std::size_t>(texts.size);
+  const std::size_t width = static_cast<std::size_t>(texts.itemsize);
+  const auto* data = static_cast<const unsigned char*>(texts.ptr);
+  std::string text;
+  text.reserve(ucs4 ? width : width + 1);
+  std::size_t i = 0;
+  try {
+    for (; i < n; ++i) {
+      const unsigned char* item = data + width * i;
+      text.clear();
+      if (ucs4) {
+        for (std::size_t k = 0; k + 4 <= width; k += 4) {
+          char32_t c;
+          std::memcpy(&c, item + k, 4);
+          if (c == 0) break;
+          if (c < 0x80) {
+            text.push_back(static_cast<char>(c));
+          } else if (c < 0x800) {
+            text.push_back(static_cast<char>(0xC0 | c >> 6));
+            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+          } else if (c < 0x10000) {
+            text.push_back(static_cast<char>(0xE0 | c >> 12));
+            text.push_back(static_cast<char>(0x80 | (c >> 6 & 0x3F)));
+            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+          } else {
+            text.push_back(static_cast<char>(0xF0 | c >> 18));
+            text.push_back(static_cast<char>(0x80 | (c >> 12 & 0x3F)));
+            text.push_back(static_cast<char>(0x80 | (c >> 6 & 0x3F)));
+            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+          }
+        }
+      } else {
+        const auto* end =
+            static_cast<const unsigned char*>(std::memchr(item, 0, width));
+        text.assign(reinterpret_cast<const char*>(item),
+                    end ? static_cast<std::size_t>(end - item) : width);
+      }
+      const DateTimeStruct c =
+          pattern ? KvDateTime::DateTimeParser::parse(text, *pattern, ts)
+                  : KvDateTime::DateTimeParser::parseIso8601(text, ts);
+      double* row = rows + 6 * i;
+      row[0] = c.year;
+      row[1] = c.month;
+      row[2] = c.day;
+      row[3] = c.hour;
+      row[4] = c.minute;
+      row[5] = c.second;
+    }
+  } catch (...) {
+    return Failure{i, std::current_exception()};
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 void bindBatch(py::module_& m) {
@@ -482,6 +542,46 @@ void bindBatch(py::module_& m) {
       py::arg("standard") = utc, py::arg("storage") = "double",
       py::arg("leap_second") = py::none(),
       "Stored values rendered by a pattern, as a list of str.");
+
+  m.def(
+      "parse_calendar",
+      [](ArrayLike texts, PatternLike pattern, StandardLike standard) {
+        const TimeStandard ts = standardArg(standard);
+        std::optional<std::string> p;
+        if (!pattern.obj.is_none()) {
+          if (!py::isinstance<py::str>(pattern.obj))
+            throw py::type_error("a pattern must be a str or None");
+          p = pattern.obj.cast<std::string>();  // UTF-8
+        }
+        const py::array a = py::array::ensure(texts, py::array::c_style);
+        const char kind = a ? a.dtype().kind() : '?';
+        if (kind != 'U' && kind != 'S')
+          throw py::type_error(
+              "texts must be an array of str (or bytes in UTF-8)");
+        const py::buffer_info info = a.request();
+        py::array_t<double> rows(
+            {static_cast<std::size_t>(info.size), std::size_t{6}});
+        double* out = rows.mutable_data();
+        runReleased([&] {
+          return parseLoop(info, kind == 'U', p ? &*p : nullptr, ts, out);
+        });
+        return rows;
+      },
+      py::arg("texts"), py::arg("pattern") = py::none(),
+      py::arg("standard") = utc,
+      "Texts (any shape, read in order) to an (n, 6) float64 array of "
+      "calendar fields, by a pattern, or as ISO 8601 when None.");
+
+  m.def(
+      "storage_layout",
+      [](StorageLike storage) {
+        const FXP::DataType type = storageArg(storage);
+        return py::make_tuple(type.isDouble(),
+                              static_cast<int>(type.sizeofCompact()));
+      },
+      py::arg("storage"),
+      "(is double, compact bytes) of a storage type: how its stored values "
+      "lie in an array.");
 }
 
 }  // namespace kvpy

@@ -136,4 +136,19 @@ def format(
     standard: _StandardLike = ...,
     storage: str = "double",
     leap_second: npt.ArrayLike | None = None,
-) -> list[str]: ...
+) -> list[str] | npt.NDArray[np.str_]: ...
+def parse(
+    texts: npt.ArrayLike,
+    pattern: str | None = None,
+    epoch: _EpochLike = ...,
+    standard: _StandardLike = ...,
+    storage: str = "double",
+) -> tuple[npt.NDArray[Any], npt.NDArray[np.bool_]]: ...
+def to_datetime64(
+    values: npt.ArrayLike,
+    epoch: _EpochLike = ...,
+    standard: _StandardLike = ...,
+    storage: str = "double",
+    leap_second: npt.ArrayLike | None = None,
+    unit: str = "ns",
+) -> npt.NDArray[np.datetime64]: ...
