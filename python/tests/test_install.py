@@ -26,7 +26,7 @@ CHECK = textwrap.dedent("""
 """)
 
 
-@pytest.mark.slow
+@pytest.mark.long_running
 def test_pip_installs_offline_into_a_venv(tmp_path):
     venv = tmp_path / "venv"
     subprocess.run([sys.executable, "-m", "venv", "--system-site-packages",
