@@ -395,13 +395,8 @@ Outcome parseLoop(const py::buffer_info& texts, bool ucs4,
       const DateTimeStruct c =
           pattern ? KvDateTime::DateTimeParser::parse(text, *pattern, ts)
                   : KvDateTime::DateTimeParser::parseIso8601(text, ts);
-      double* row = rows + 6 * i;
-      row[0] = c.year;
-      row[1] = c.month;
-      row[2] = c.day;
-      row[3] = c.hour;
-      row[4] = c.minute;
-      row[5] = c.second;
+      const std::array<double, 6> fields = c.toArray();
+      std::memcpy(rows + 6 * i, fields.data(), sizeof fields);
     }
   } catch (...) {
     return Failure{i, std::current_exception()};

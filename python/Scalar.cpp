@@ -184,7 +184,14 @@ py::object exactUnits(const DateTime& dt) {
          fraction(2).attr("__pow__")(-dt.value.getDataType().fractionLength());
 }
 
-double storedUnits(const DateTime& dt) {
+// The stored value as a float in days or seconds, whichever `days` asks
+// for; ValueError when the epoch counts the other unit, as a float in the
+// wrong unit would be read without a second look.
+double inUnit(const DateTime& dt, bool days) {
+  if (KvDateTime::DateTimeUtilities::isJulianCompatibleEpoch(dt.epoch) != days)
+    throw py::value_error(epochName(dt.epoch) +
+                          (days ? " counts seconds: read stored_seconds"
+                                : " counts days: read stored_days"));
   if (dt.value.getDataType().isDouble()) return dt.value.toDouble();
   return exactUnits(dt).cast<double>();
 }
@@ -283,24 +290,11 @@ void bindScalar(py::module_& m) {
                              "storage, the raw stored integer for fixed point.")
       .def_property_readonly(
           "stored_seconds",
-          [](const DateTime& dt) {
-            if (KvDateTime::DateTimeUtilities::isJulianCompatibleEpoch(
-                    dt.epoch))
-              throw py::value_error(epochName(dt.epoch) +
-                                    " counts days: read stored_days");
-            return storedUnits(dt);
-          },
+          [](const DateTime& dt) { return inUnit(dt, false); },
           "The stored value in seconds since the epoch, as a float (what kvdt "
           "prints); ValueError for the day epochs JD, MJD and J2000.")
       .def_property_readonly(
-          "stored_days",
-          [](const DateTime& dt) {
-            if (!KvDateTime::DateTimeUtilities::isJulianCompatibleEpoch(
-                    dt.epoch))
-              throw py::value_error(epochName(dt.epoch) +
-                                    " counts seconds: read stored_seconds");
-            return storedUnits(dt);
-          },
+          "stored_days", [](const DateTime& dt) { return inUnit(dt, true); },
           "The stored value in days since the epoch, as a float; ValueError "
           "for the seconds epochs E1970, E1900 and E1958.")
       .def_property_readonly(
