@@ -351,47 +351,50 @@ const bool* flagData(const std::optional<py::array_t<bool>>& flags) {
 }
 
 // Texts from a NumPy array of str (UCS-4, padded with NULs) or bytes, read
-// by the parser as UTF-8 into calendar rows. One buffer serves every
-// element, so the loop allocates nothing once it has grown.
+// by the parser as UTF-8 into calendar rows. One buffer, made before the
+// loop, serves every element.
 Outcome parseLoop(const py::buffer_info& texts, bool ucs4,
                   const std::string* pattern, TimeStandard ts, double* rows) {
   const std::size_t n = static_cast<std::size_t>(texts.size);
   const std::size_t width = static_cast<std::size_t>(texts.itemsize);
   const auto* data = static_cast<const unsigned char*>(texts.ptr);
-  std::string text;
-  text.reserve(ucs4 ? width : width + 1);
+  // UTF-8 takes at most 4 bytes a code point, as UCS-4 does: a buffer as
+  // wide as an element holds any of them.
+  std::string buffer(width, '\0');
+  char* const out = buffer.data();
   std::size_t i = 0;
   try {
     for (; i < n; ++i) {
       const unsigned char* item = data + width * i;
-      text.clear();
+      std::size_t len = 0;
       if (ucs4) {
         for (std::size_t k = 0; k + 4 <= width; k += 4) {
           char32_t c;
           std::memcpy(&c, item + k, 4);
           if (c == 0) break;
           if (c < 0x80) {
-            text.push_back(static_cast<char>(c));
+            out[len++] = static_cast<char>(c);
           } else if (c < 0x800) {
-            text.push_back(static_cast<char>(0xC0 | c >> 6));
-            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+            out[len++] = static_cast<char>(0xC0 | c >> 6);
+            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
           } else if (c < 0x10000) {
-            text.push_back(static_cast<char>(0xE0 | c >> 12));
-            text.push_back(static_cast<char>(0x80 | (c >> 6 & 0x3F)));
-            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+            out[len++] = static_cast<char>(0xE0 | c >> 12);
+            out[len++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
           } else {
-            text.push_back(static_cast<char>(0xF0 | c >> 18));
-            text.push_back(static_cast<char>(0x80 | (c >> 12 & 0x3F)));
-            text.push_back(static_cast<char>(0x80 | (c >> 6 & 0x3F)));
-            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+            out[len++] = static_cast<char>(0xF0 | c >> 18);
+            out[len++] = static_cast<char>(0x80 | (c >> 12 & 0x3F));
+            out[len++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
           }
         }
       } else {
         const auto* end =
             static_cast<const unsigned char*>(std::memchr(item, 0, width));
-        text.assign(reinterpret_cast<const char*>(item),
-                    end ? static_cast<std::size_t>(end - item) : width);
+        len = end ? static_cast<std::size_t>(end - item) : width;
+        std::memcpy(out, item, len);
       }
+      const std::string_view text(out, len);
       const DateTimeStruct c =
           pattern ? KvDateTime::DateTimeParser::parse(text, *pattern, ts)
                   : KvDateTime::DateTimeParser::parseIso8601(text, ts);
