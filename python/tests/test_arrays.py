@@ -114,3 +114,15 @@ def test_a_text_the_parser_refuses_names_its_element_and_position():
         kv.parse(np.array([1.5, 2.5]))
     with pytest.raises(TypeError):
         kv.parse(["2020-01-01"], pattern=3)
+
+
+@pytest.mark.parametrize("mark", ["é", "€", "\U0001F600"])
+def test_non_ascii_literals_parse_from_str_and_utf8_bytes(mark):
+    pattern = "dd'%s'MM'%s'yyyy" % (mark, mark)
+    texts = np.array(["31%s12%s2016" % (mark, mark), "01%s02%s1999" % (
+        mark, mark)])
+    want, _ = kv.from_calendar([[2016, 12, 31, 0, 0, 0], [1999, 2, 1, 0, 0, 0]])
+    for given in (texts, np.char.encode(texts, "utf-8")):
+        got, _ = kv.parse(given, pattern)
+        np.testing.assert_array_equal(got, want)
+    assert kv.format(want, pattern) == texts.tolist()
