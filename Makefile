@@ -14,6 +14,8 @@ PACKAGES := g++ make cmake pkg-config libboost-date-time-dev libboost-dev \
             libgtest-dev libbenchmark-dev liberfa-dev libhowardhinnant-date-dev \
             libicu-dev libfmt-dev libcli11-dev nlohmann-json3-dev python3 \
             pybind11-dev python3-dev python3-numpy python3-pytest python3-erfa \
+            python3-setuptools python3-pip python3-venv python3-dask \
+            python3-distributed python3-astropy \
             tzdata libclang-rt-14-dev help2man
 JOBS     ?= $(shell nproc)
 BUILD    ?= build/release

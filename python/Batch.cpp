@@ -21,6 +21,7 @@
 #include <variant>
 #include <vector>
 
+#include "date_time/DateTimeParser.hpp"
 #include "date_time/StorageTypeName.hpp"
 #include "python/Common.hpp"
 
@@ -323,8 +324,8 @@ Outcome formatLoop(const StoredIn& in, const bool* flags, Epoch epoch,
   std::size_t i = 0;
   try {
     for (; i < in.size; ++i) {
-      const DateTimeStruct c = readBack(
-          DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
+      const DateTimeStruct c =
+          readBack(DvLs{in.template at<L>(i), flags && flags[i]}, epoch, ts);
       out.push_back(
           KvDateTime::DateTimeStructFormatter(c, ts).getFormattedStr(pattern));
     }
@@ -349,6 +350,63 @@ const bool* flagData(const std::optional<py::array_t<bool>>& flags) {
   return flags ? flags->data() : nullptr;
 }
 
+// Texts from a NumPy array of str (UCS-4, padded with NULs) or bytes, read
+// by the parser as UTF-8 into calendar rows. One buffer, made before the
+// loop, serves every element.
+Outcome parseLoop(const py::buffer_info& texts, bool ucs4,
+                  const std::string* pattern, TimeStandard ts, double* rows) {
+  const std::size_t n = static_cast<std::size_t>(texts.size);
+  const std::size_t width = static_cast<std::size_t>(texts.itemsize);
+  const auto* data = static_cast<const unsigned char*>(texts.ptr);
+  // UTF-8 takes at most 4 bytes a code point, as UCS-4 does: a buffer as
+  // wide as an element holds any of them.
+  std::string buffer(width, '\0');
+  char* const out = buffer.data();
+  std::size_t i = 0;
+  try {
+    for (; i < n; ++i) {
+      const unsigned char* item = data + width * i;
+      std::size_t len = 0;
+      if (ucs4) {
+        for (std::size_t k = 0; k + 4 <= width; k += 4) {
+          char32_t c;
+          std::memcpy(&c, item + k, 4);
+          if (c == 0) break;
+          if (c < 0x80) {
+            out[len++] = static_cast<char>(c);
+          } else if (c < 0x800) {
+            out[len++] = static_cast<char>(0xC0 | c >> 6);
+            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
+          } else if (c < 0x10000) {
+            out[len++] = static_cast<char>(0xE0 | c >> 12);
+            out[len++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
+          } else {
+            out[len++] = static_cast<char>(0xF0 | c >> 18);
+            out[len++] = static_cast<char>(0x80 | (c >> 12 & 0x3F));
+            out[len++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
+          }
+        }
+      } else {
+        const auto* end =
+            static_cast<const unsigned char*>(std::memchr(item, 0, width));
+        len = end ? static_cast<std::size_t>(end - item) : width;
+        std::memcpy(out, item, len);
+      }
+      const std::string_view text(out, len);
+      const DateTimeStruct c =
+          pattern ? KvDateTime::DateTimeParser::parse(text, *pattern, ts)
+                  : KvDateTime::DateTimeParser::parseIso8601(text, ts);
+      const std::array<double, 6> fields = c.toArray();
+      std::memcpy(rows + 6 * i, fields.data(), sizeof fields);
+    }
+  } catch (...) {
+    return Failure{i, std::current_exception()};
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 void bindBatch(py::module_& m) {
@@ -358,8 +416,8 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "to_calendar",
-      [](py::handle values, py::handle epoch, py::handle standard,
-         py::handle storage, py::handle leapSecond) {
+      [](ArrayLike values, EpochLike epoch, StandardLike standard,
+         StorageLike storage, OptArrayLike leapSecond) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
         const FXP::DataType type = storageArg(storage);
@@ -372,8 +430,7 @@ void bindBatch(py::module_& m) {
         const std::span<const bool> fl = flagSpan(flags, lib.valid);
         runLibrary(&lib, [&] {
           if (type.isDouble())
-            KvDateTime::Batch::toCalendarReadings(lib.doubles, e, ts, rows,
-                                                  fl);
+            KvDateTime::Batch::toCalendarReadings(lib.doubles, e, ts, rows, fl);
           else
             KvDateTime::Batch::toCalendarReadings(lib.bytes, type, e, ts, rows,
                                                   fl);
@@ -387,8 +444,8 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "from_calendar",
-      [](py::handle fields, py::handle epoch, py::handle standard,
-         py::handle storage) {
+      [](ArrayLike fields, EpochLike epoch, StandardLike standard,
+         StorageLike storage) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
         const FXP::DataType type = storageArg(storage);
@@ -419,9 +476,9 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "convert_standard",
-      [](py::handle values, py::handle fromStandard, py::handle toStandard,
-         py::handle epoch, py::handle storage, py::handle leapSecond,
-         py::handle table) {
+      [](ArrayLike values, StandardLike fromStandard, StandardLike toStandard,
+         EpochLike epoch, StorageLike storage, OptArrayLike leapSecond,
+         TableLike table) {
         const Epoch e = epochArg(epoch);
         const TimeStandard from = standardArg(fromStandard);
         const TimeStandard to = standardArg(toStandard);
@@ -459,8 +516,8 @@ void bindBatch(py::module_& m) {
 
   m.def(
       "format",
-      [](py::handle values, py::handle pattern, py::handle epoch,
-         py::handle standard, py::handle storage, py::handle leapSecond) {
+      [](ArrayLike values, PatternLike pattern, EpochLike epoch,
+         StandardLike standard, StorageLike storage, OptArrayLike leapSecond) {
         const Epoch e = epochArg(epoch);
         const TimeStandard ts = standardArg(standard);
         const std::u16string p = patternArg(pattern);
@@ -483,6 +540,46 @@ void bindBatch(py::module_& m) {
       py::arg("standard") = utc, py::arg("storage") = "double",
       py::arg("leap_second") = py::none(),
       "Stored values rendered by a pattern, as a list of str.");
+
+  m.def(
+      "parse_calendar",
+      [](ArrayLike texts, PatternLike pattern, StandardLike standard) {
+        const TimeStandard ts = standardArg(standard);
+        std::optional<std::string> p;
+        if (!pattern.obj.is_none()) {
+          if (!py::isinstance<py::str>(pattern.obj))
+            throw py::type_error("a pattern must be a str or None");
+          p = pattern.obj.cast<std::string>();  // UTF-8
+        }
+        const py::array a = py::array::ensure(texts, py::array::c_style);
+        const char kind = a ? a.dtype().kind() : '?';
+        if (kind != 'U' && kind != 'S')
+          throw py::type_error(
+              "texts must be an array of str (or bytes in UTF-8)");
+        const py::buffer_info info = a.request();
+        py::array_t<double> rows(
+            {static_cast<std::size_t>(info.size), std::size_t{6}});
+        double* out = rows.mutable_data();
+        runReleased([&] {
+          return parseLoop(info, kind == 'U', p ? &*p : nullptr, ts, out);
+        });
+        return rows;
+      },
+      py::arg("texts"), py::arg("pattern") = py::none(),
+      py::arg("standard") = utc,
+      "Texts (any shape, read in order) to an (n, 6) float64 array of "
+      "calendar fields, by a pattern, or as ISO 8601 when None.");
+
+  m.def(
+      "storage_layout",
+      [](StorageLike storage) {
+        const FXP::DataType type = storageArg(storage);
+        return py::make_tuple(type.isDouble(),
+                              static_cast<int>(type.sizeofCompact()));
+      },
+      py::arg("storage"),
+      "(is double, compact bytes) of a storage type: how its stored values "
+      "lie in an array.");
 }
 
 }  // namespace kvpy

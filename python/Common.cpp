@@ -6,6 +6,7 @@
 
 #include <array>
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
@@ -18,16 +19,35 @@ namespace {
 
 // Owned by the module object for the life of the interpreter; the handles
 // here only point at them.
-py::handle gEpochEnum, gStandardEnum, gError;
+py::handle gEpochEnum, gStandardEnum, gError, gExpired;
 
 constexpr const char* kEpochNames[] = {"E1970", "E1900", "E1958",
                                        "JD",    "MJD",   "J2000"};
+// The names kvdt takes, so that one spelling works in both.
+constexpr const char* kEpochTexts[] = {"1970", "1900", "1958",
+                                       "jd",   "mjd",  "j2000"};
 constexpr const char* kStandardNames[] = {"TAI", "UTC", "TT", "TDB"};
 
-int enumArg(py::handle h, int count, const char* what) {
-  if (!py::isinstance<py::int_>(h))
-    throw py::type_error(std::string(what) + " must be a member of " + what +
-                         " or its integer value");
+std::string lower(std::string s) {
+  for (char& c : s)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return s;
+}
+
+int enumArg(py::handle h, int count, const char* what, const char* const* names,
+            const char* const* texts, const char* choices) {
+  if (py::isinstance<py::str>(h)) {
+    const std::string s = lower(h.cast<std::string>());
+    for (int i = 0; i < count; ++i)
+      if (s == lower(names[i]) || s == texts[i]) return i;
+    throw py::value_error("unknown " + std::string(what) + " \"" +
+                          h.cast<std::string>() + "\": use " + choices);
+  }
+  if (!py::isinstance<py::int_>(h) || py::isinstance<py::bool_>(h))
+    throw py::type_error(
+        std::string(what) + " must be a member of " + what +
+        ", its name or its integer value, not " +
+        py::str(py::type::handle_of(h).attr("__name__")).cast<std::string>());
   // Compared as Python integers: one past any C++ integer is still no
   // value of the enumeration, not a failed cast.
   if (h < py::int_(0) || h >= py::int_(count))
@@ -53,9 +73,17 @@ py::object epochEnum(Epoch e) { return gEpochEnum(static_cast<int>(e)); }
 py::object standardEnum(TimeStandard ts) {
   return gStandardEnum(static_cast<int>(ts));
 }
-Epoch epochArg(py::handle h) { return Epoch(enumArg(h, 6, "Epoch")); }
+Epoch epochArg(py::handle h) {
+  return Epoch(enumArg(h, 6, "Epoch", kEpochNames, kEpochTexts,
+                       "1970, 1900, 1958, jd, mjd or j2000"));
+}
 TimeStandard standardArg(py::handle h) {
-  return TimeStandard(enumArg(h, 4, "TimeStandard"));
+  static constexpr const char* texts[] = {"tai", "utc", "tt", "tdb"};
+  return TimeStandard(enumArg(h, 4, "TimeStandard", kStandardNames, texts,
+                              "tai, utc, tt or tdb"));
+}
+std::string epochName(Epoch e) {
+  return std::string("Epoch.") + kEpochNames[static_cast<int>(e)];
 }
 
 FXP::DataType storageArg(py::handle storage, py::handle isSigned,
@@ -255,16 +283,24 @@ void bindTypes(py::module_& m) {
   gEpochEnum = m.attr("Epoch");
   gStandardEnum = m.attr("TimeStandard");
 
-  // A plain Exception subclass: raise() gives each instance identifier,
-  // message and index (None outside a batch).
+  // A ValueError, as every failure the library reports is one of the
+  // input: raise() gives each instance identifier, message and index (None
+  // outside a batch).
   m.attr("KvDateTimeError") =
       py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
           "kvdatetime.KvDateTimeError",
           "A failure the library reports: identifier "
           "(\"Korvane:DateTime:<Id>\"), message, and index, the first bad "
           "element of a batch.",
-          PyExc_Exception, nullptr));
+          PyExc_ValueError, nullptr));
   gError = m.attr("KvDateTimeError");
+  m.attr("LeapSecondListExpiredWarning") =
+      py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+          "kvdatetime.LeapSecondListExpiredWarning",
+          "A leap-second list past its expiry: still used, but leap seconds "
+          "announced since then may be missing.",
+          PyExc_UserWarning, nullptr));
+  gExpired = m.attr("LeapSecondListExpiredWarning");
   py::register_exception_translator([](std::exception_ptr p) {
     if (p) setError(p, std::nullopt);
   });
@@ -276,11 +312,26 @@ void bindTypes(py::module_& m) {
       .def_static(
           "from_text",
           [](const std::string& text) {
-            return LeapTable(KvDateTime::LeapSecondListParser::parse(text));
+            KvDateTime::LeapSecondList list =
+                KvDateTime::LeapSecondListParser::parse(text);
+            const std::int64_t now =
+                std::chrono::duration_cast<std::chrono::seconds>(
+                    std::chrono::system_clock::now().time_since_epoch())
+                    .count() +
+                KvDateTime::LeapSecondListParser::kNtpTo1970;
+            // Still used, as kvdt uses it: it is the best the caller has.
+            if (KvDateTime::LeapSecondListParser::isExpired(list, now) &&
+                PyErr_WarnEx(gExpired.ptr(),
+                             "the leap-second list has expired; leap seconds "
+                             "announced since then may be missing",
+                             1) != 0)
+              throw py::error_already_set();
+            return LeapTable(std::move(list));
           },
           py::arg("text"),
           "Parses a leap-seconds.list text, checked against its '#h' hash "
-          "when it has one. Raises KvDateTimeError naming the bad line.")
+          "when it has one. Raises KvDateTimeError naming the bad line; "
+          "warns LeapSecondListExpiredWarning when the list has expired.")
       .def_property_readonly(
           "expires",
           [](const LeapTable& t) -> std::optional<std::int64_t> {

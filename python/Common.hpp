@@ -30,6 +30,54 @@
 namespace kvpy {
 
 namespace py = pybind11;
+
+// An argument the binding reads itself (epochArg, storageArg, ...), so that
+// a wrong type gets this module's message instead of pybind11's "incompatible
+// function arguments", while the signature help() shows names the types it
+// takes. Tag::name is that type as a Python annotation.
+template <typename Tag>
+struct Arg {
+  py::object obj;
+  operator py::handle() const { return obj; }  // NOLINT: read as a handle
+};
+#define KVPY_ARG(Type, annotation)             \
+  struct Type##Tag {                           \
+    static constexpr char name[] = annotation; \
+  };                                           \
+  using Type = Arg<Type##Tag>
+KVPY_ARG(EpochLike, "Epoch | str | int");
+KVPY_ARG(StandardLike, "TimeStandard | str | int");
+KVPY_ARG(StorageLike, "str | None");
+KVPY_ARG(OptEpochLike, "Epoch | str | int | None");
+KVPY_ARG(OptStandardLike, "TimeStandard | str | int | None");
+KVPY_ARG(TableLike, "LeapSecondTable | None");
+KVPY_ARG(ArrayLike, "numpy.typing.ArrayLike");
+KVPY_ARG(OptArrayLike, "numpy.typing.ArrayLike | None");
+KVPY_ARG(ReadingLike, "datetime.datetime | tuple[float, ...]");
+KVPY_ARG(StoredLike, "float | int");
+KVPY_ARG(PatternLike, "str");
+KVPY_ARG(OptBoolLike, "bool | None");
+KVPY_ARG(OptIntLike, "int | None");
+#undef KVPY_ARG
+
+}  // namespace kvpy
+
+namespace pybind11::detail {
+template <typename Tag>
+struct type_caster<kvpy::Arg<Tag>> {
+  PYBIND11_TYPE_CASTER(kvpy::Arg<Tag>, const_name(Tag::name));
+  bool load(handle src, bool) {
+    value.obj = reinterpret_borrow<object>(src);
+    return true;
+  }
+  static handle cast(const kvpy::Arg<Tag>& a, return_value_policy, handle) {
+    return a.obj.inc_ref();
+  }
+};
+}  // namespace pybind11::detail
+
+namespace kvpy {
+
 using KvDateTime::DateTimeStruct;
 using KvDateTime::Epoch;
 using KvDateTime::TimeStandard;
@@ -37,10 +85,14 @@ using KvDateTime::TimeStandard;
 // The Python enum classes (enum.IntEnum) made at import.
 py::object epochEnum(Epoch e);
 py::object standardEnum(TimeStandard ts);
-// An enum member or its integer; ValueError outside the enumeration,
-// TypeError for anything that is not an integer.
+// An enum member, its integer, or its name as kvdt takes it, ASCII case
+// ignored ("1970", "1900", "1958", "jd", "mjd", "j2000"; "tai", "utc", "tt",
+// "tdb"; the member names "E1970" ... too); ValueError outside the
+// enumeration, TypeError for anything else.
 Epoch epochArg(py::handle h);
 TimeStandard standardArg(py::handle h);
+// "Epoch.J2000": how a repr names an epoch.
+std::string epochName(Epoch e);
 // A storage type from its name (see StorageTypeName) or, when `storage` is
 // None, from the keywords: word_length required, signed defaulting to True,
 // fraction_length to 0; neither given means double. ValueError for both or

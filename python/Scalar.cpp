@@ -94,8 +94,7 @@ std::string describe(const DateTime& dt) {
   } catch (const std::exception&) {
     reading = "stored " + dt.value.toDecimalString() + ", reading out of range";
   }
-  return "<DateTime " + reading + ", epoch " +
-         py::str(epochEnum(dt.epoch)).cast<std::string>() + ", storage " +
+  return "<DateTime " + reading + ", " + epochName(dt.epoch) + ", storage " +
          KvDateTime::StorageTypeName::name(dt.value.getDataType()) +
          (dt.isLeapSecond ? ", leap second>" : ">");
 }
@@ -110,6 +109,113 @@ FXP::DataType storageOr(const FXP::DataType& fallback, py::handle storage,
   return storageArg(storage, isSigned, word, fraction);
 }
 
+DateTime fromCompact(py::handle data, Epoch epoch, TimeStandard ts,
+                     const FXP::DataType& type, bool leapSecond) {
+  if (!py::isinstance<py::bytes>(data))
+    throw py::type_error("the compact form must be bytes");
+  const std::string bytes = data.cast<std::string>();
+  if (bytes.size() != type.sizeofCompact())
+    throw py::value_error("the compact form of " +
+                          KvDateTime::StorageTypeName::name(type) + " has " +
+                          std::to_string(type.sizeofCompact()) +
+                          " bytes, not " + std::to_string(bytes.size()));
+  DateTime dt(epoch, ts, type);
+  dt.fromCompact(bytes.data(), leapSecond);
+  return withFlag(dt);
+}
+
+// What identifies a time point, in plain Python values: its pickled state,
+// and what it hashes, so that equal values hash alike.
+py::tuple state(const DateTime& dt) {
+  char bytes[16];
+  dt.toCompact(bytes);
+  return py::make_tuple(
+      py::bytes(bytes, dt.value.getDataType().sizeofCompact()),
+      static_cast<int>(dt.epoch), static_cast<int>(dt.timeStandard),
+      KvDateTime::StorageTypeName::name(dt.value.getDataType()),
+      dt.isLeapSecond);
+}
+
+bool sameValue(const DateTime& a, const DateTime& b) {
+  return a.epoch == b.epoch && a.timeStandard == b.timeStandard &&
+         a.value.getDataType() == b.value.getDataType() &&
+         a.isLeapSecond == b.isLeapSecond && a.value == b.value;
+}
+
+void requireComparable(const DateTime& a, const DateTime& b, const char* op) {
+  if (a.epoch != b.epoch || a.timeStandard != b.timeStandard ||
+      !(a.value.getDataType() == b.value.getDataType()))
+    throw py::value_error(std::string("cannot ") + op +
+                          " time points of different epochs, "
+                          "standards or storage types (" +
+                          describe(a) + ", " + describe(b) +
+                          "): convert() one to the other's first");
+}
+
+// -1, 0 or 1. A flagged value is second 60.x, after every unflagged value
+// of the second before it whatever its fraction, so values with different
+// flags are ordered by their readings.
+int order(const DateTime& a, const DateTime& b) {
+  requireComparable(a, b, "order");
+  if (a.isLeapSecond != b.isLeapSecond) {
+    try {
+      const DateTimeStruct x = readBack(a), y = readBack(b);
+      const double fx[] = {x.year, x.month, x.day, x.hour, x.minute, x.second};
+      const double fy[] = {y.year, y.month, y.day, y.hour, y.minute, y.second};
+      for (int i = 0; i < 6; ++i)
+        if (fx[i] != fy[i]) return fx[i] < fy[i] ? -1 : 1;
+      return a.isLeapSecond ? 1 : -1;
+    } catch (const std::exception&) {
+      // Past the calendar no leap second can lie between them.
+    }
+  }
+  const auto c = a.value <=> b.value;
+  return c < 0 ? -1 : c > 0 ? 1 : 0;
+}
+
+// The stored value in the epoch's own unit, exactly as a Python number
+// until the one rounding to float: the raw integer over 2^fraction_length.
+py::object exactUnits(const DateTime& dt) {
+  if (dt.value.getDataType().isDouble())
+    return py::module_::import("fractions")
+        .attr("Fraction")(dt.value.toDouble());
+  const py::object fraction = py::module_::import("fractions").attr("Fraction");
+  return fraction(storedInteger(dt.value)) *
+         fraction(2).attr("__pow__")(-dt.value.getDataType().fractionLength());
+}
+
+// The stored value as a float in days or seconds, whichever `days` asks
+// for; ValueError when the epoch counts the other unit, as a float in the
+// wrong unit would be read without a second look.
+double inUnit(const DateTime& dt, bool days) {
+  if (KvDateTime::DateTimeUtilities::isJulianCompatibleEpoch(dt.epoch) != days)
+    throw py::value_error(epochName(dt.epoch) +
+                          (days ? " counts seconds: read stored_seconds"
+                                : " counts days: read stored_days"));
+  if (dt.value.getDataType().isDouble()) return dt.value.toDouble();
+  return exactUnits(dt).cast<double>();
+}
+
+// Elapsed seconds from b to a. UTC counts no leap second in its stored
+// values, so both are taken to TAI (the built-in schedule) first.
+double difference(const DateTime& a, const DateTime& b) {
+  requireComparable(a, b, "subtract");
+  if (a.timeStandard == TimeStandard::UTC) {
+    const FXP::DataType type = a.value.getDataType();
+    const auto& data = LeapTable::builtIn().forStorage(a.epoch, type);
+    FXP::MathControl control =
+        FXP::MathControl::createFullPrecisionNearSatMathControl();
+    return difference(KvDateTime::TimeStandardConverter::convertTimeStandard(
+                          a, TimeStandard::TAI, data, control),
+                      KvDateTime::TimeStandardConverter::convertTimeStandard(
+                          b, TimeStandard::TAI, data, control));
+  }
+  const py::object diff = exactUnits(a) - exactUnits(b);
+  const bool days =
+      KvDateTime::DateTimeUtilities::isJulianCompatibleEpoch(a.epoch);
+  return (days ? diff * py::int_(86400) : diff).cast<double>();
+}
+
 }  // namespace
 
 void bindScalar(py::module_& m) {
@@ -120,9 +226,10 @@ void bindScalar(py::module_& m) {
                        "a time standard and a storage type, with the flag of a "
                        "UTC leap second.")
       .def(
-          py::init([](py::handle reading, py::handle epoch, py::handle standard,
-                      py::handle storage, py::handle isSigned, py::handle word,
-                      py::handle fraction) {
+          py::init([](ReadingLike reading, EpochLike epoch,
+                      StandardLike standard, StorageLike storage,
+                      OptBoolLike isSigned, OptIntLike word,
+                      OptIntLike fraction) {
             const Epoch e = epochArg(epoch);
             const TimeStandard ts = standardArg(standard);
             const FXP::DataType type =
@@ -148,8 +255,8 @@ void bindScalar(py::module_& m) {
           "signed / word_length / fraction_length; double when neither.")
       .def_static(
           "from_stored",
-          [](py::handle value, py::handle epoch, py::handle standard,
-             py::handle storage, bool leapSecond) {
+          [](StoredLike value, EpochLike epoch, StandardLike standard,
+             StorageLike storage, bool leapSecond) {
             return fromStored(value, epochArg(epoch), standardArg(standard),
                               storageArg(storage), leapSecond);
           },
@@ -159,19 +266,10 @@ void bindScalar(py::module_& m) {
           "integer for fixed point.")
       .def_static(
           "from_compact",
-          [](const py::bytes& data, py::handle epoch, py::handle standard,
-             py::handle storage, bool leapSecond) {
-            const FXP::DataType type = storageArg(storage);
-            const std::string bytes = data;
-            if (bytes.size() != type.sizeofCompact())
-              throw py::value_error(
-                  "the compact form of " +
-                  KvDateTime::StorageTypeName::name(type) + " has " +
-                  std::to_string(type.sizeofCompact()) + " bytes, not " +
-                  std::to_string(bytes.size()));
-            DateTime dt(epochArg(epoch), standardArg(standard), type);
-            dt.fromCompact(bytes.data(), leapSecond);
-            return withFlag(dt);
+          [](const py::bytes& data, EpochLike epoch, StandardLike standard,
+             StorageLike storage, bool leapSecond) {
+            return fromCompact(data, epochArg(epoch), standardArg(standard),
+                               storageArg(storage), leapSecond);
           },
           py::arg("data"), py::arg("epoch") = e1970, py::arg("standard") = utc,
           py::arg("storage") = py::none(), py::arg("leap_second") = false)
@@ -183,7 +281,22 @@ void bindScalar(py::module_& m) {
             return py::bytes(bytes, dt.value.getDataType().sizeofCompact());
           },
           "The stored value's compact bytes; the flag is not in them.")
-      .def_property_readonly("stored", &stored)
+      .def_property_readonly("stored", &stored,
+                             "The stored value as held: a float for double "
+                             "storage, the raw stored integer for fixed point "
+                             "(the same as stored_raw).")
+      .def_property_readonly("stored_raw", &stored,
+                             "The stored value as held: a float for double "
+                             "storage, the raw stored integer for fixed point.")
+      .def_property_readonly(
+          "stored_seconds",
+          [](const DateTime& dt) { return inUnit(dt, false); },
+          "The stored value in seconds since the epoch, as a float (what kvdt "
+          "prints); ValueError for the day epochs JD, MJD and J2000.")
+      .def_property_readonly(
+          "stored_days", [](const DateTime& dt) { return inUnit(dt, true); },
+          "The stored value in days since the epoch, as a float; ValueError "
+          "for the seconds epochs E1970, E1900 and E1958.")
       .def_property_readonly(
           "epoch", [](const DateTime& dt) { return epochEnum(dt.epoch); })
       .def_property_readonly(
@@ -225,11 +338,13 @@ void bindScalar(py::module_& m) {
           "OverflowError when the sum leaves the storage type.")
       .def(
           "convert",
-          [](const DateTime& dt, py::handle epoch, py::handle standard,
-             py::handle storage, py::handle table) {
-            const Epoch toEpoch = epoch.is_none() ? dt.epoch : epochArg(epoch);
-            const TimeStandard toTs =
-                standard.is_none() ? dt.timeStandard : standardArg(standard);
+          [](const DateTime& dt, OptEpochLike epoch, OptStandardLike standard,
+             StorageLike storage, TableLike table) {
+            const Epoch toEpoch =
+                epoch.obj.is_none() ? dt.epoch : epochArg(epoch);
+            const TimeStandard toTs = standard.obj.is_none()
+                                          ? dt.timeStandard
+                                          : standardArg(standard);
             const FXP::DataType type = dt.value.getDataType();
             const FXP::DataType toType =
                 storageOr(type, storage, py::none(), py::none(), py::none());
@@ -265,25 +380,53 @@ void bindScalar(py::module_& m) {
           "leap seconds from `table` (the built-in schedule when None).")
       .def(
           "format",
-          [](const DateTime& dt, py::handle pattern) {
+          [](const DateTime& dt, PatternLike pattern) {
             return textResult(render(dt, patternArg(pattern)));
           },
           py::arg("pattern"),
           "The reading rendered by a pattern such as "
           "\"yyyy-MM-dd HH:mm:ss.SSS t\".")
-      // An operator: another type compares unequal instead of raising.
+      // Operators: another type compares unequal (and orders with
+      // TypeError) instead of raising here.
+      .def("__eq__", &sameValue, py::is_operator(), py::arg("other"))
       .def(
-          "__eq__",
-          [](const DateTime& a, const DateTime& b) {
-            return a.epoch == b.epoch && a.timeStandard == b.timeStandard &&
-                   a.value.getDataType() == b.value.getDataType() &&
-                   a.isLeapSecond == b.isLeapSecond && a.value == b.value;
-          },
-          py::is_operator())
+          "__ne__",
+          [](const DateTime& a, const DateTime& b) { return !sameValue(a, b); },
+          py::is_operator(), py::arg("other"))
+      .def(
+          "__lt__",
+          [](const DateTime& a, const DateTime& b) { return order(a, b) < 0; },
+          py::is_operator(), py::arg("other"))
+      .def(
+          "__le__",
+          [](const DateTime& a, const DateTime& b) { return order(a, b) <= 0; },
+          py::is_operator(), py::arg("other"))
+      .def(
+          "__gt__",
+          [](const DateTime& a, const DateTime& b) { return order(a, b) > 0; },
+          py::is_operator(), py::arg("other"))
+      .def(
+          "__ge__",
+          [](const DateTime& a, const DateTime& b) { return order(a, b) >= 0; },
+          py::is_operator(), py::arg("other"))
+      .def("__sub__", &difference, py::is_operator(), py::arg("other"),
+           "Seconds from `other` to this time point, as a float; both in the "
+           "same epoch, standard and storage type (ValueError otherwise). "
+           "In UTC the leap seconds between them count.")
+      .def("__hash__", [](const DateTime& dt) { return py::hash(state(dt)); })
+      .def(py::pickle(&state,
+                      [](const py::tuple& t) {
+                        if (t.size() != 5)
+                          throw py::value_error("not a pickled DateTime");
+                        return fromCompact(t[0], epochArg(t[1]),
+                                           standardArg(t[2]), storageArg(t[3]),
+                                           t[4].cast<bool>());
+                      }))
+      .def("__copy__", [](const DateTime& dt) { return dt; })
+      .def(
+          "__deepcopy__", [](const DateTime& dt, py::handle) { return dt; },
+          py::arg("memo"))
       .def("__repr__", &describe);
-  // Equal by content; not hashable, like other Python types that define
-  // __eq__ alone.
-  m.attr("DateTime").attr("__hash__") = py::none();
 }
 
 }  // namespace kvpy

@@ -7,6 +7,11 @@ of a few runs. The library's own loops, which the module calls, are timed
 without Python beside their memory limit by bench/batch_bench.cpp
 (kv_bench_batch).
 
+Strings to stored values: the same instants as ISO 8601 texts with
+microseconds (a NumPy str array), read by the library's parser, by NumPy's
+datetime64 parser, and by astropy's Time(texts, scale="utc") (on at most
+10^5 of them, once: it is far slower).
+
 usage: PYTHONPATH=<build>/python python3 bench_batch.py [N]
 """
 import sys
@@ -63,6 +68,20 @@ seconds = clock["h"] * 3600.0 + clock["m"] * 60 + clock["s"] + clock["f"] / 1e6
 gap = np.abs(ours[:, 3] * 3600 + ours[:, 4] * 60 + ours[:, 5] - seconds).max()
 assert gap < 2e-6, f"calendar differs from pyerfa by {gap} s"
 
+texts = np.datetime_as_string(t, unit="us")
+parsed, _ = kv.parse(texts)
+gap = np.abs(parsed - t.astype(np.int64) / 1e6).max()
+assert gap < 1e-6, f"parsed texts differ from their instants by {gap} s"
+assert (texts.astype("datetime64[us]") == t).all()
+try:
+    from astropy.time import Time
+except ImportError:  # a benchmark peer only
+    Time = None
+if Time is not None:
+    few = texts[: min(N, 100_000)]
+    gap = np.abs(Time(few[:1000], scale="utc").unix - utc[:1000]).max()
+    assert gap < 1e-5, f"astropy reads the texts {gap} s apart"
+
 rows = [
     ("UTC to TAI", lambda: kv.convert_standard(utc),
      lambda: erfa.utctai(u1, u2)),
@@ -76,3 +95,17 @@ for name, ours_fn, theirs_fn in rows:
     kv_s, erfa_s = best(ours_fn), best(theirs_fn)
     print(f"{name:<20}{kv_s / N * 1e9:>11.1f}{erfa_s / N * 1e9:>9.1f}"
           f"{erfa_s / kv_s:>11.2f}")
+
+print(f"{'strings to stored':<20}{'kvdatetime':>11}{'datetime64':>11}"
+      f"{'np/kv':>7}  (goal >= 3)")
+kv_s = best(lambda: kv.parse(texts))
+np_s = best(lambda: texts.astype("datetime64[us]"))
+print(f"{'ISO 8601':<20}{kv_s / N * 1e9:>11.1f}{np_s / N * 1e9:>11.1f}"
+      f"{np_s / kv_s:>7.2f}")
+if Time is not None:
+    start = time.perf_counter()
+    Time(few, scale="utc")
+    astropy_s = (time.perf_counter() - start) / len(few)
+    print(f"{'':<20}{'':>11}{'astropy':>11}{'ap/kv':>7}  (goal >= 20)")
+    print(f"{'ISO 8601':<20}{kv_s / N * 1e9:>11.1f}{astropy_s * 1e9:>11.1f}"
+          f"{astropy_s / (kv_s / N):>7.1f}")

@@ -78,8 +78,10 @@ run("${program}")
 
 # The Python module, when the build made one, imported from the prefix
 # alone: its rpath must find the installed library.
-file(GLOB module "${prefix}/${LIBDIR}/python3/dist-packages/kvdatetime*.so")
+file(GLOB module "${prefix}/lib/python3*/dist-packages/kvdatetime/_kvdatetime*.so")
 if(module AND PYTHON)
-  set(ENV{PYTHONPATH} "${prefix}/${LIBDIR}/python3/dist-packages")
+  get_filename_component(site "${module}" DIRECTORY)
+  get_filename_component(site "${site}" DIRECTORY)
+  set(ENV{PYTHONPATH} "${site}")
   run(${PYTHON} -c "import kvdatetime as k; t = k.DateTime((2016, 12, 31, 23, 59, 60.5)).convert(standard=k.TimeStandard.TAI); assert t.stored == 1483228826.5, t")
 endif()

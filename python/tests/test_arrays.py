@@ -1,0 +1,128 @@
+"""Arrays as NumPy users hold them: any shape, datetime64 of any unit, and
+text in and out through the library's parser and formatter."""
+import numpy as np
+import pytest
+
+import kvdatetime as kv
+
+rng = np.random.default_rng(17)
+# Random instants from 1900 to 2100, with nanoseconds.
+NS = (rng.integers(-2208988800, 4102444800, 24) * 10 ** 9 +
+      rng.integers(0, 10 ** 9, 24)).astype("M8[ns]")
+
+
+@pytest.mark.parametrize("shape", [(24,), (4, 6), (2, 3, 4), (1, 24, 1)])
+@pytest.mark.parametrize("storage", ["double", "int64", "s64:20", "s128:64"])
+def test_any_shape_in_the_same_shape_out(shape, storage):
+    fields = kv.to_calendar(NS.astype("M8[s]").astype(np.int64).astype(float))
+    values, flags = kv.from_calendar(fields.reshape(shape + (6,)),
+                                     storage=storage)
+    wide = storage == "s128:64"
+    assert values.shape == shape + ((2,) if wide else ())
+    assert flags.shape == shape
+    flat, _ = kv.from_calendar(fields, storage=storage)
+    np.testing.assert_array_equal(values.reshape(flat.shape), flat)
+    back = kv.to_calendar(values, storage=storage, leap_second=flags)
+    assert back.shape == shape + (6,)
+    np.testing.assert_array_equal(back.reshape(-1, 6), fields)
+    tai, tai_flags = kv.convert_standard(values, storage=storage,
+                                         leap_second=flags)
+    assert tai.shape == values.shape and tai_flags.shape == shape
+    texts = kv.format(values, "yyyy-MM-dd HH:mm:ss", storage=storage)
+    if len(shape) > 1:
+        assert texts.shape == shape
+    assert list(np.ravel(texts)) == kv.format(flat, "yyyy-MM-dd HH:mm:ss",
+                                              storage=storage)
+
+
+@pytest.mark.parametrize("unit", ["D", "h", "m", "s", "ms", "us", "ns"])
+def test_datetime64_of_any_unit_reads_as_numpy_counts_it(unit):
+    a = NS.astype("M8[%s]" % unit).reshape(4, 6)
+    # Whole seconds exactly, against NumPy's own count.
+    seconds = a.astype("M8[s]").astype(np.int64)
+    values, flags = kv.from_calendar(a.astype("M8[s]"), storage="int64")
+    np.testing.assert_array_equal(values, seconds)
+    assert not flags.any()
+    # And the round trip at the unit, through 64 fraction bits.
+    wide, _ = kv.from_calendar(a, storage="s128:64")
+    back = kv.to_datetime64(wide, storage="s128:64", unit=unit)
+    assert back.dtype == a.dtype and back.shape == a.shape
+    np.testing.assert_array_equal(back, a)
+
+
+def test_datetime64_in_double_storage_is_off_by_at_most_the_doubles_step():
+    values, _ = kv.from_calendar(NS)
+    want = NS.astype(np.int64) / 1e9
+    assert np.abs(values - want).max() < 5e-7
+    back = kv.to_datetime64(values, unit="us")
+    assert np.abs((back - NS.astype("M8[us]")).astype(np.int64)).max() <= 1
+
+
+def test_a_leap_second_reaches_datetime64_as_its_second_repeated():
+    values, flags = kv.parse(["2016-12-31T23:59:59.25Z",
+                              "2016-12-31T23:59:60.25Z",
+                              "2017-01-01T00:00:00.25Z"], storage="s64:32")
+    assert flags.tolist() == [False, True, False]
+    out = kv.to_datetime64(values, storage="s64:32", leap_second=flags,
+                           unit="ms")
+    assert out.tolist() == np.array(["2016-12-31T23:59:59.250",
+                                     "2016-12-31T23:59:59.250",
+                                     "2017-01-01T00:00:00.250"],
+                                    "M8[ms]").tolist()
+
+
+def test_nat_is_refused_with_its_index():
+    a = np.array(["2020-01-01", "NaT"], "M8[s]")
+    with pytest.raises(ValueError, match="element 1"):
+        kv.from_calendar(a)
+
+
+def test_iso_strings_parse_as_numpy_reads_them():
+    texts = np.datetime_as_string(NS, unit="us").reshape(6, 4)
+    values, flags = kv.parse(texts, storage="s128:64")
+    np.testing.assert_array_equal(
+        kv.to_datetime64(values, storage="s128:64", unit="us"),
+        NS.astype("M8[us]").reshape(6, 4))
+    assert flags.shape == (6, 4) and not flags.any()
+    # The same as a list of str, and as UTF-8 bytes.
+    listed, _ = kv.parse(texts.tolist(), storage="s128:64")
+    np.testing.assert_array_equal(listed, values)
+    raw, _ = kv.parse(np.char.encode(texts, "utf-8"), storage="s128:64")
+    np.testing.assert_array_equal(raw, values)
+
+
+@pytest.mark.parametrize("pattern", [
+    "yyyy-MM-dd HH:mm:ss.SSS", "dd.MM.yyyy'T'HHmmss", "EEEE, d MMMM yyyy",
+    "yyyy-MM-dd HH:mm:ss.SSSSSS t"])
+def test_format_then_parse_by_the_same_pattern_gives_the_same_text(pattern):
+    if "E" in pattern:
+        pattern = pattern.replace("EEEE", "eeee")
+    # 64 fraction bits hold the parser's double second exactly.
+    values, _ = kv.from_calendar(NS.astype("M8[ms]"), storage="s128:64")
+    texts = kv.format(values.reshape(4, 6, 2), pattern, storage="s128:64")
+    back, _ = kv.parse(texts, pattern, storage="s128:64")
+    np.testing.assert_array_equal(
+        kv.format(back, pattern, storage="s128:64"), texts)
+
+
+def test_a_text_the_parser_refuses_names_its_element_and_position():
+    with pytest.raises(kv.KvDateTimeError) as info:
+        kv.parse([["2020-01-01", "2020-01-02"], ["2020-01-03", "2020-1-04"]])
+    assert info.value.index == 3
+    assert info.value.identifier == "Korvane:DateTime:ParseMismatch"
+    with pytest.raises(TypeError):
+        kv.parse(np.array([1.5, 2.5]))
+    with pytest.raises(TypeError):
+        kv.parse(["2020-01-01"], pattern=3)
+
+
+@pytest.mark.parametrize("mark", ["é", "€", "\U0001F600"])
+def test_non_ascii_literals_parse_from_str_and_utf8_bytes(mark):
+    pattern = "dd'%s'MM'%s'yyyy" % (mark, mark)
+    texts = np.array(["31%s12%s2016" % (mark, mark), "01%s02%s1999" % (
+        mark, mark)])
+    want, _ = kv.from_calendar([[2016, 12, 31, 0, 0, 0], [1999, 2, 1, 0, 0, 0]])
+    for given in (texts, np.char.encode(texts, "utf-8")):
+        got, _ = kv.parse(given, pattern)
+        np.testing.assert_array_equal(got, want)
+    assert kv.format(want, pattern) == texts.tolist()
