@@ -5,8 +5,9 @@
 // int64 (F=32) 1.99 / raw int64 add 0.425 = 4.68x; int128 (F=64) 2.45 /
 // raw __int128 add 0.496 = 4.20x (goal <= 4: missed in this run). A single
 // run of this code earlier the same hour, under load 8.4, gave 3.57x /
-// 3.45x; one before its branch hints 4.04x / 4.00x. The plain add(seconds) chain in the same run: 7.08 (int64)
-// and 8.24 (int128), 16.7x and 16.6x the raw chains.
+// 3.45x; one before its branch hints 4.04x / 4.00x. The plain add(seconds)
+// chain in the same run: 7.08 (int64) and 8.24 (int128), 16.7x and 16.6x the
+// raw chains.
 //
 // Result, 2026-11-23: same VM (load average 9-12), Release, after the
 // calendar's ordinary path went inline into the constructor: construct /

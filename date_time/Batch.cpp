@@ -1,7 +1,5 @@
 #include "date_time/Batch.hpp"
 
-#include "date_time/Clock.hpp"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -150,8 +148,8 @@ template <typename In>
 void readingOne(const In& in, std::size_t i, std::span<const bool> flags,
                 Epoch epoch, TimeStandard ts, double* out) {
   try {
-    putRow(out + 6 * i, Clock::readingOf(DateTime(
-                            DvLs{in(i), flagAt(flags, i)}, epoch, ts)));
+    putRow(out + 6 * i, Clock::readingOf(DateTime(DvLs{in(i), flagAt(flags, i)},
+                                                  epoch, ts)));
   } catch (...) {
     Korvane::DateTime::throwBatchElementFailed(i);
   }
@@ -189,10 +187,10 @@ void fromCalendarOne(const double* calendar, std::size_t i, bool checked,
     }
     // A checked leap second must also be one the schedule inserts and the
     // type keeps inside itself, as the clock's checked time point says.
-    const DvLs v = checked && ts == TimeStandard::UTC && cal.second >= 60.0
-                       ? Clock::timePointFrom(cal, ts, epoch, type)
-                       : DateTime::convertDateTimeStructToDV(cal, epoch, ts,
-                                                             type);
+    const DvLs v =
+        checked && ts == TimeStandard::UTC && cal.second >= 60.0
+            ? Clock::timePointFrom(cal, ts, epoch, type)
+            : DateTime::convertDateTimeStructToDV(cal, epoch, ts, type);
     out(i, v.value);
     if (!flags.empty()) flags[i] = v.isLeapSecond;
   } catch (...) {
@@ -894,8 +892,7 @@ void toCalendarReadings(std::span<const double> stored, Epoch epoch,
     try {
       // NaN and the infinities fail as toCalendar fails them.
       if (!std::isfinite(stored[k]))
-        (void)FXP::DataValue::fromCompact(FXP::DataType::doubleT(),
-                                          &stored[k]);
+        (void)FXP::DataValue::fromCompact(FXP::DataType::doubleT(), &stored[k]);
       kvsvThrowIException(Korvane::DateTime::BadYear());
     } catch (...) {
       Korvane::DateTime::throwBatchElementFailed(k);
@@ -909,8 +906,8 @@ void toCalendarReadings(std::span<const double> stored, Epoch epoch,
 }
 
 void toCalendarReadings(std::span<const std::byte> stored,
-                        const FXP::DataType& type, Epoch epoch,
-                        TimeStandard ts, std::span<double> out,
+                        const FXP::DataType& type, Epoch epoch, TimeStandard ts,
+                        std::span<double> out,
                         std::span<const bool> leapSecond) {
   const std::size_t n = valuesIn(stored, type);
   requireSize(out.size() == 6 * n,

@@ -49,9 +49,8 @@ KVDT_EXPORT void toCalendar(std::span<const std::byte> stored,
 // second, and a count whose whole seconds do not fit 64 bits fails with
 // "BadYear" where the read-back wraps it. Double storage in a seconds epoch
 // runs toCalendar's loop and corrects those few elements after it.
-KVDT_EXPORT void toCalendarReadings(std::span<const double> stored,
-                                    Epoch epoch, TimeStandard ts,
-                                    std::span<double> out,
+KVDT_EXPORT void toCalendarReadings(std::span<const double> stored, Epoch epoch,
+                                    TimeStandard ts, std::span<double> out,
                                     std::span<const bool> leapSecond = {});
 KVDT_EXPORT void toCalendarReadings(std::span<const std::byte> stored,
                                     const FXP::DataType& type, Epoch epoch,

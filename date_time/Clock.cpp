@@ -150,7 +150,8 @@ DateTime checkedCount(const FXP::DataValue& exact, const std::string& text,
       FXP::MathControl::createFullPrecisionNearSatMathControl());
   const FXP::DataValue v = exact.convert(type, checked.control);
   if (checked.overflowed())
-    raise(MsgId::StoredCountOutOfRange, {MsgArgument(text), typeArgument(type)});
+    raise(MsgId::StoredCountOutOfRange,
+          {MsgArgument(text), typeArgument(type)});
   const DateTime dt(DvLs{v, false}, epoch, standard);
   throwIfSet(DateTimeUtilities::validateDateTime(Clock::readingOf(dt).toArray(),
                                                  standard));

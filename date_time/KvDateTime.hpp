@@ -1,9 +1,9 @@
 // Everything the library offers, with the host interfaces it is used with:
 // every installed header, and only those. The private headers (the constant
 // tables, the calendar core, the floating-point and formatting helpers, the
-// pattern grammar, the batch paths, the sine, the raising helpers) are not installed, and none of the headers
-// below includes one. InstallTest.cmake holds this list against the
-// installed set.
+// pattern grammar, the batch paths, the sine, the raising helpers) are not
+// installed, and none of the headers below includes one. InstallTest.cmake
+// holds this list against the installed set.
 #pragma once
 
 // Values, calendar arithmetic and time points.

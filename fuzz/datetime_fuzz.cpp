@@ -119,7 +119,8 @@ void checkReadBack(const DateTime& dt, const std::string& where) {
     cpp_int wrapped = wrap(whole, -(cpp_int(1) << 63), 64);
     const int n = type.wordLength() - type.fractionLength();
     if (!type.isDouble() && n > 0)
-      wrapped = wrap(wrapped, type.isSigned() ? -(cpp_int(1) << (n - 1)) : 0, n);
+      wrapped =
+          wrap(wrapped, type.isSigned() ? -(cpp_int(1) << (n - 1)) : 0, n);
     b = {b.num - (whole - wrapped) * b.den, b.den};
   }
   // Whole seconds and the fraction are brought into the type apart, so the
@@ -185,9 +186,9 @@ void checkAdd(const DateTime& start, double seconds, MathMode mode, int how,
   // The prepared step of a model's clock, held to the same exact sum.
   if (how == 3) dt.add(DateTime::Step(type, dt.epoch, seconds, mode), control);
   if (how != 1) overflow = logger.overflowOccurred();
-  KVFUZZ_CHECK(!compare(exactOf(dt.value), want.value) &&
-                   overflow == want.overflow,
-               where + " gave " + describe(dt.value));
+  KVFUZZ_CHECK(
+      !compare(exactOf(dt.value), want.value) && overflow == want.overflow,
+      where + " gave " + describe(dt.value));
   KVFUZZ_CHECK(dt.isLeapSecond == start.isLeapSecond &&
                    dt.epoch == start.epoch &&
                    dt.timeStandard == start.timeStandard &&
@@ -376,8 +377,7 @@ void checkTimeStandards(const DateTime& dt, int typeIndex, MathMode mode,
   // that a seconds epoch truncates TAI - UTC at the start into the base
   // count: where that difference is not whole (a double whose step doubles
   // between the two), the pruned table counts a second less, as documented.
-  const Rational gap =
-      apply(Op::kMinus, exactOf(mid.value), exactOf(dt.value));
+  const Rational gap = apply(Op::kMinus, exactOf(mid.value), exactOf(dt.value));
   if (!DateTimeUtilities::isJulianCompatibleEpoch(dt.epoch) &&
       compare(gap, {roundInt(gap, MathMode::kFloor)}) != 0)
     return;

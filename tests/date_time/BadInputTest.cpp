@@ -81,17 +81,19 @@ TEST(BadInput, WholePartWrapsToSixtyFourBits) {
   const DataValue two64 = DataValue::fromDouble(kDouble, 0x1p64, MathMode{});
   MathControl c(MathMode{});
   const DataType s128 = DataType::fixedT(true, 128, 0);
-  for (const DataValue& v : {two64.add(s128, five, c),
-                             DataValue().minus(s128, two64, c).add(s128, five,
-                                                                   c)}) {
+  for (const DataValue& v :
+       {two64.add(s128, five, c),
+        DataValue().minus(s128, two64, c).add(s128, five, c)}) {
     const DateTime dt(DvLs{v, false}, E::Epoch1970, TS::UTC);
-    EXPECT_EQ(dt.toDateTimeStruct(), DateTimeStruct::unchecked(1970, 1, 1, 0, 0, 5));
+    EXPECT_EQ(dt.toDateTimeStruct(),
+              DateTimeStruct::unchecked(1970, 1, 1, 0, 0, 5));
     EXPECT_EQ(kvtest::idOf(DTU::validateDateTime(dt)), "");
   }
   // 1957-12-31 23:59:00 TAI lies 378691260 s of calendar before 1970, and
   // the 1970 epoch itself 10 s into TAI's 1970-01-01.
   const DataType u64 = DataType::fixedT(false, 64, 0);
-  const DateTimeStruct y1957 = DateTimeStruct::unchecked(1957, 12, 31, 23, 59, 0);
+  const DateTimeStruct y1957 =
+      DateTimeStruct::unchecked(1957, 12, 31, 23, 59, 0);
   const DateTime dt(y1957, E::Epoch1970, TS::TAI, u64);
   std::uint64_t stored = 0;
   dt.toCompact(&stored);
@@ -106,10 +108,12 @@ TEST(BadInput, WholePartWrapsToSixtyFourBits) {
 // becomes the type's top, which a negative count absorbs.
 TEST(BadInput, ShiftTheTypeCannotHoldIsNotReported) {
   const DataType s32 = DataType::fixedT(true, 32, 0);
-  const struct { MathMode mode; double start, expected; } rows[] = {
-      {MathMode(MathMode::kFloor, MathMode::kWrap), 100, 100},
-      {MathMode(MathMode::kNearestTiesUp, MathMode::kSaturate), -100,
-       2147483647.0 - 100}};
+  const struct {
+    MathMode mode;
+    double start, expected;
+  } rows[] = {{MathMode(MathMode::kFloor, MathMode::kWrap), 100, 100},
+              {MathMode(MathMode::kNearestTiesUp, MathMode::kSaturate), -100,
+               2147483647.0 - 100}};
   for (const auto& r : rows) {
     DateTime dt(DvLs{DataValue::fromDouble(s32, r.start, MathMode{}), false},
                 E::Epoch1970, TS::TAI);
@@ -128,9 +132,9 @@ TEST(BadInput, ConverterOffsetSaturatesUnheard) {
   MathControl control(MathMode{});
   FixptRangeMath::FixptRangeMathLogger logger;
   control.setMathLogger(&logger);
-  const DataValue mjd = DateTimeConverter::forEpochs(E::EpochJD, E::EpochMJD)
-                            .convertEpochImpl(jd, E::EpochJD, E::EpochMJD,
-                                              TS::TT, u32, control);
+  const DataValue mjd =
+      DateTimeConverter::forEpochs(E::EpochJD, E::EpochMJD)
+          .convertEpochImpl(jd, E::EpochJD, E::EpochMJD, TS::TT, u32, control);
   EXPECT_FALSE(logger.overflowOccurred());
   EXPECT_EQ(mjd.toDouble(), 2451545.0);
 }

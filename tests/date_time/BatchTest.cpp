@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "date_time/Batch.hpp"
-#include "date_time/Clock.hpp"
 #include "date_time/BatchPaths.hpp"
+#include "date_time/Clock.hpp"
 #include "date_time/DateTime.hpp"
 #include "date_time/LeapSecondTableData.hpp"
 #include "date_time/TimeStandardConverter.hpp"
@@ -233,15 +233,16 @@ TEST(BatchToCalendar, EqualsTheScalarReadBackInEveryEpochStandardAndType) {
 // wrong for people (a count beyond 2^63 s, a second rounded up to 60).
 TEST(BatchToCalendarReadings, EqualsTheClocksReadingOfEachValue) {
   std::mt19937_64 rng(11);
-  for (const DataType& type : {DataType::doubleT(), DataType::fixedT(true, 128, 64)}) {
+  for (const DataType& type :
+       {DataType::doubleT(), DataType::fixedT(true, 128, 64)}) {
     for (Epoch epoch : kEpochs) {
       for (TimeStandard ts : {TimeStandard::UTC, TimeStandard::TAI}) {
-        SCOPED_TRACE(testing::Message() << "type " << type.wordLength()
-                                        << " epoch " << int(epoch) << " standard "
-                                        << int(ts));
+        SCOPED_TRACE(testing::Message()
+                     << "type " << type.wordLength() << " epoch " << int(epoch)
+                     << " standard " << int(ts));
         std::vector<double> doubles = storedValues(epoch, rng);
-        for (double d : {-1e-17, -0x1p-40, 59.9999999999999, 0x1p63, -0x1p63 - 4096,
-                         1e300, std::nan(""), -HUGE_VAL})
+        for (double d : {-1e-17, -0x1p-40, 59.9999999999999, 0x1p63,
+                         -0x1p63 - 4096, 1e300, std::nan(""), -HUGE_VAL})
           doubles.push_back(d);
         std::vector<DataValue> values;
         std::vector<double> kept;

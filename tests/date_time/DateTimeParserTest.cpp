@@ -120,7 +120,8 @@ TEST(PatternReading, ReadsWhatTheFieldsSay) {
       continue;
     }
     ASSERT_EQ(failureOf(d), "");
-    EXPECT_EQ(r, DateTimeStruct::unchecked(c.y, c.mo, c.d, c.h, c.mi, r.second));
+    EXPECT_EQ(r,
+              DateTimeStruct::unchecked(c.y, c.mo, c.d, c.h, c.mi, r.second));
     EXPECT_NEAR(r.second, c.s, 1e-12);
     // The 16-bit overload reads the same.
     EXPECT_EQ(DateTimeParser::parse(widen(c.text), widen(c.pattern), c.ts), r);
@@ -262,8 +263,9 @@ TEST(PatternOracle, AgreesWithStrptimeAndTimegm) {
       continue;
     }
     ASSERT_EQ(failure, "");
-    EXPECT_EQ(r, DateTimeStruct::unchecked(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
-                            tm.tm_hour, tm.tm_min, tm.tm_sec));
+    EXPECT_EQ(r, DateTimeStruct::unchecked(tm.tm_year + 1900, tm.tm_mon + 1,
+                                           tm.tm_mday, tm.tm_hour, tm.tm_min,
+                                           tm.tm_sec));
     // The weekday and day-of-year checks accept timegm's and nothing else.
     const std::string dated = std::string(text) + ' ' +
                               std::to_string(normal.tm_wday + 1) + ' ' +
@@ -312,9 +314,10 @@ TEST(IsoReading, AgreesWithHinnantDateParse) {
     const date::hh_mm_ss<std::chrono::nanoseconds> clock(tp - day);
 
     const DateTimeStruct r = DateTimeParser::parseIso8601(text, UTC);
-    EXPECT_EQ(r, DateTimeStruct::unchecked(int(ymd.year()), unsigned(ymd.month()),
-                            unsigned(ymd.day()), clock.hours().count(),
-                            clock.minutes().count(), r.second));
+    EXPECT_EQ(
+        r, DateTimeStruct::unchecked(int(ymd.year()), unsigned(ymd.month()),
+                                     unsigned(ymd.day()), clock.hours().count(),
+                                     clock.minutes().count(), r.second));
     EXPECT_EQ(std::floor(r.second),
               static_cast<double>(clock.seconds().count()));
     // Nine fraction digits written by the formatter are date's nanoseconds.
@@ -365,7 +368,8 @@ TEST(IsoReading, FormsAndFailures) {
       EXPECT_EQ(r, before);  // untouched on failure
       continue;
     }
-    EXPECT_EQ(r, DateTimeStruct::unchecked(c.y, c.mo, c.d, c.h, c.mi, r.second));
+    EXPECT_EQ(r,
+              DateTimeStruct::unchecked(c.y, c.mo, c.d, c.h, c.mi, r.second));
     EXPECT_NEAR(r.second, c.s, 1e-13);
     EXPECT_EQ(DateTimeParser::parseIso8601(widen(c.text), c.ts), r);
   }
@@ -479,7 +483,8 @@ TEST(PatternFailure, MessagesComeFromTheCatalog) {
 // --------------------------------------------------------------- encodings
 
 TEST(PatternReading, NonAsciiLiteralsInBothEncodings) {
-  const DateTimeStruct expected = DateTimeStruct::unchecked(2024, 3, 5, 0, 0, 0);
+  const DateTimeStruct expected =
+      DateTimeStruct::unchecked(2024, 3, 5, 0, 0, 0);
   EXPECT_EQ(DateTimeParser::parse("2024年3月5日", "yyyy年M月d日", UTC),
             expected);
   EXPECT_EQ(DateTimeParser::parse(u"2024年3月5日", u"yyyy年M月d日", UTC),

@@ -140,10 +140,10 @@ int main() {
   check(DateTimeParser::parse(text, "yyyy-MM-dd HH:mm t", TimeStandard::TT) ==
             j2000,
         "parsed J2000.0");
-  check(DateTimeParser::parseIso8601("2016-12-31T23:59:60.5Z",
-                                     TimeStandard::UTC)
-                .second == 60.5,
-        "ISO 8601 leap second");
+  check(
+      DateTimeParser::parseIso8601("2016-12-31T23:59:60.5Z", TimeStandard::UTC)
+              .second == 60.5,
+      "ISO 8601 leap second");
 
   // Batch: the array form of the read-back, and the clock, which steps
   // uniformly through the inserted second (TAI - UTC is 37 s after it).
