@@ -848,18 +848,35 @@ void toCalendar(std::span<const double> stored, Epoch epoch, TimeStandard ts,
                        leapSecond);
 }
 
-void toCalendar(std::span<const std::byte> stored, const FXP::DataType& type,
-                Epoch epoch, TimeStandard ts, std::span<double> out,
-                std::span<const bool> leapSecond) {
+namespace {
+
+// The compact rows of toCalendar and toCalendarReadings: `readOne` of each
+// element, after the sizes are checked.
+template <bool kReadings>
+void compactRows(std::span<const std::byte> stored, const FXP::DataType& type,
+                 Epoch epoch, TimeStandard ts, std::span<double> out,
+                 std::span<const bool> leapSecond) {
   const std::size_t n = valuesIn(stored, type);
   requireSize(out.size() == 6 * n,
               "KvDateTime::Batch::toCalendar: out must hold six doubles a "
               "value");
   checkFlagsIn(leapSecond, n);
   forCompactSize(type, stored.data(), nullptr, [&](auto in, auto) {
-    for (std::size_t i = 0; i < n; ++i)
-      toCalendarOne(in, i, leapSecond, epoch, ts, out.data());
+    for (std::size_t i = 0; i < n; ++i) {
+      if constexpr (kReadings)
+        readingOne(in, i, leapSecond, epoch, ts, out.data());
+      else
+        toCalendarOne(in, i, leapSecond, epoch, ts, out.data());
+    }
   });
+}
+
+}  // namespace
+
+void toCalendar(std::span<const std::byte> stored, const FXP::DataType& type,
+                Epoch epoch, TimeStandard ts, std::span<double> out,
+                std::span<const bool> leapSecond) {
+  compactRows<false>(stored, type, epoch, ts, out, leapSecond);
 }
 
 void toCalendarReadings(std::span<const double> stored, Epoch epoch,
@@ -898,26 +915,15 @@ void toCalendarReadings(std::span<const double> stored, Epoch epoch,
       Korvane::DateTime::throwBatchElementFailed(k);
     }
   }
-  for (std::size_t i = 0; i < k; ++i) {
-    const double limit = flagAt(leapSecond, i) ? 61.0 : 60.0;
-    double& second = out[6 * i + 5];
-    if (second >= limit) second = std::nextafter(limit, 0.0);
-  }
+  for (std::size_t i = 0; i < k; ++i)
+    out[6 * i + 5] = Clock::realSecond(out[6 * i + 5], flagAt(leapSecond, i));
 }
 
 void toCalendarReadings(std::span<const std::byte> stored,
                         const FXP::DataType& type, Epoch epoch, TimeStandard ts,
                         std::span<double> out,
                         std::span<const bool> leapSecond) {
-  const std::size_t n = valuesIn(stored, type);
-  requireSize(out.size() == 6 * n,
-              "KvDateTime::Batch::toCalendarReadings: out must hold six "
-              "doubles a value");
-  checkFlagsIn(leapSecond, n);
-  forCompactSize(type, stored.data(), nullptr, [&](auto in, auto) {
-    for (std::size_t i = 0; i < n; ++i)
-      readingOne(in, i, leapSecond, epoch, ts, out.data());
-  });
+  compactRows<true>(stored, type, epoch, ts, out, leapSecond);
 }
 
 namespace {

@@ -282,8 +282,7 @@ DateTimeStruct Clock::readingOf(const DateTime& timePoint) {
   DateTimeStruct r = exact.toDateTimeStruct();
   // The exact second is below the limit: 59 plus a fraction a hair below 1
   // rounds to 60 as a double, and the flag adds 1 to that.
-  const double limit = timePoint.isLeapSecond ? 61.0 : 60.0;
-  if (r.second >= limit) r.second = std::nextafter(limit, 0.0);
+  r.second = realSecond(r.second, timePoint.isLeapSecond);
   return r;
 }
 

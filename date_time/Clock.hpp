@@ -69,6 +69,7 @@
 // no thread steps it. Distinct clocks share nothing.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -187,6 +188,13 @@ class KVDT_EXPORT Clock {
   // microseconds before midnight into the next day and throws
   // "BadDayOfMonth" late on 28 February 2100. Allocates nothing.
   static DateTimeStruct readingOf(const DateTime& timePoint);
+  // readingOf's rule for the second of a read-back: one rounded up to the
+  // end of its minute (60, or 61 inside a leap second) is put back to the
+  // largest double below it.
+  static double realSecond(double second, bool leapSecond) noexcept {
+    const double limit = leapSecond ? 61.0 : 60.0;
+    return second >= limit ? std::nextafter(limit, 0.0) : second;
+  }
 
  private:
   Clock(DateTime start, const FXP::DataType& type,
