@@ -2,7 +2,7 @@
 // library. The start time arrives as a UTC calendar reading; it is checked,
 // stored as an exact fixed-point count, given a leap-second table, stepped
 // across the leap second at the end of 2016 and shown in TAI, UTC, TT and
-// TDB, first through the convenience clock, then on the specified classes
+// TDB, first through the convenience clock, then on the host classes
 // underneath as a host does it; at the end it is written out as the host
 // stores it.
 #include <cstdio>
@@ -98,7 +98,7 @@ int main() {
     if (step < 9) simple.step(0.25);
   }
 
-  // --- 5. Underneath, as a host does it: the same steps on the specified
+  // --- 5. Underneath, as a host does it: the same steps on the host
   // classes, from the value and the pruned table of sections 2 and 3, with
   // one cursor and one math control. The formatter cuts the digits the
   // clock rounds (TT's 32.184 s shows as .183 here, a hair below).
@@ -129,7 +129,7 @@ int main() {
       LeapSecondTableDataCreator::build(Epoch::EpochJ2000,
                                         FXP::DataType::doubleT()),
       control);
-  std::printf("\n5. The same nine steps on the specified classes\n");
+  std::printf("\n5. The same nine steps on the host classes\n");
   std::printf("  %-27s  %-27s  %-27s  %s\n", render(utc).c_str(),
               render(clock).c_str(), render(tt).c_str(), render(tdb).c_str());
 
@@ -154,7 +154,7 @@ int main() {
       static_cast<long long>(count), clock.value.toDouble());
 
   // --- 7. The clock refuses a start that its storage type cannot keep,
-  // where the specified constructor rounds it: 23:59:60.5 in whole seconds
+  // where the DateTime constructor rounds it: 23:59:60.5 in whole seconds
   // would round out of the leap second.
   try {
     Clock("2016-12-31 23:59:60.5", TimeStandard::UTC, Epoch::Epoch1970,
