@@ -101,7 +101,7 @@ DateTime TimeStandardConverter::convertTimeStandard(
       dt.epoch, target);
 }
 
-DateTime TimeStandardConverter::convertTimeStandardCall(
+DateTime TimeStandardConverter::convertTimeStandard(
     const DateTime& dt, TimeStandard to, const LeapSecondTableData& table,
     FXP::MathControl& mathControl, std::uint32_t* cursor, bool holdCursor) {
   const StaticConverterImpl impl = getStaticConverterImpl(dt.timeStandard, to);

@@ -58,68 +58,17 @@ class KVDT_EXPORT TimeStandardConverter {
                                const LeapSecondTableData& table,
                                FXP::MathControl& mathControl) const;
   // dt in `to`, through the function getStaticConverterImpl picks.
-  // Inline: a model reads its UTC clock in TAI through a cursor on every
-  // step, and the common step (short of the cursor's next instant, in a
-  // table that removes no second) then needs no call.
   static DateTime convertTimeStandard(const DateTime& dt, TimeStandard to,
                                       const LeapSecondTableData& table,
                                       FXP::MathControl& mathControl,
                                       std::uint32_t* cursor = nullptr,
-                                      bool holdCursor = false) {
-    DvLs out;
-    if (cursor != nullptr && utcToTaiAtCursor(dt, to, table, *cursor, out))
-      return DateTime(out, dt.epoch, to);
-    return convertTimeStandardCall(dt, to, table, mathControl, cursor,
-                                   holdCursor);
-  }
+                                      bool holdCursor = false);
   // By (from, to): TAI/TT -> UTC, TAI/TT -> TAI/TT, TAI/TT -> TDB, then,
   // for any other source (UTC, or TDB taken as UTC), -> UTC, -> TAI/TT and
   // -> TDB.
   static StaticConverterImpl getStaticConverterImpl(TimeStandard from,
                                                     TimeStandard to) noexcept;
 
- private:
-  // convertTimeStandard's every case, out of line.
-  static DateTime convertTimeStandardCall(const DateTime& dt, TimeStandard to,
-                                          const LeapSecondTableData& table,
-                                          FXP::MathControl& mathControl,
-                                          std::uint32_t* cursor,
-                                          bool holdCursor);
-  // convertUTCtoTAITTImpl's common case, term for term, when it needs no
-  // scan, no removed-second check and no rounding: the value has not
-  // reached the instant at the cursor, so the count is the one the cursor
-  // stands on, and the shift adds exactly. False (nothing written to the
-  // cursor) sends the caller the long way, which gives the same result.
-  static bool utcToTaiAtCursor(const DateTime& dt, TimeStandard to,
-                               const LeapSecondTableData& table,
-                               std::uint32_t cursor, DvLs& out) noexcept {
-    const auto taiOrTt = [](TimeStandard ts) {
-      return (static_cast<std::int32_t>(ts) & ~2) == 0;
-    };
-    if (taiOrTt(dt.timeStandard) || !taiOrTt(to) ||
-        !table.negativeLeapSecondInstants.empty())
-      return false;
-    const std::vector<FXP::DataValue>& instants = table.utcInstants;
-    const std::vector<std::int32_t>& counts = table.cumulativeCounts;
-    if (cursor >= instants.size() || cursor >= counts.size() ||
-        !(dt.value < instants[cursor]))
-      return false;
-    double shift = cursor > 0 ? counts[cursor - 1] : table.baseLeapSecondCount;
-    if (dt.isLeapSecond) shift += 1.0;
-    const bool julian = DateTimeUtilities::isJulianCompatibleEpoch(dt.epoch);
-    if (julian) {
-      // The day epochs' constant TAI - UTC, and TT - TAI, as the long way
-      // adds them.
-      if (to == TimeStandard::TAI) shift += 10.0;
-      if (to == TimeStandard::TT) shift += 10.0 + 32.184;
-    }
-    const double d = DateTimeUtilities::secondsToTimeShift(shift, julian);
-    out.value = dt.value;
-    out.isLeapSecond = false;
-    return out.value.tryAddFromDouble(d < 0, d < 0 ? -d : d, FXP::MathMode());
-  }
-
- public:
   // UTC (value 23:59:59.x with the flag set inside an inserted second) to
   // TAI or TT. Second epochs give TAI and TT the same result: their counts
   // carry no 32.184 s. A set flag adds one second whatever the table holds
