@@ -218,7 +218,16 @@ class Stepper {
         instants_((from == TimeStandard::TAI || from == TimeStandard::TT)
                       ? table.taiInstants
                       : table.utcInstants),
-        control_(FXP::MathControl::createFullPrecisionNearSatMathControl()) {
+        control_(FXP::MathControl::createFullPrecisionNearSatMathControl()),
+        // A table whose instants do not strictly increase (instants before
+        // the epoch saturated to 0 in an unsigned type) has no position a
+        // cursor could keep: every value is looked up from the start, as
+        // the call without a cursor does.
+        useCursor_(std::adjacent_find(
+                       instants_.begin(), instants_.end(),
+                       [](const FXP::DataValue& a, const FXP::DataValue& b) {
+                         return !(a < b);
+                       }) == instants_.end()) {
     control_.setMathLogger(&overflow_);
   }
   // Not copyable: the control points at this object's logger.
@@ -234,8 +243,8 @@ class Stepper {
     }
     started_ = true;
     previous_ = v.value;
-    const DvLs r =
-        convert_(v, table_, from_, to_, epoch_, control_, &cursor_, false);
+    const DvLs r = convert_(v, table_, from_, to_, epoch_, control_,
+                            useCursor_ ? &cursor_ : nullptr, false);
     if (overflow_.overflowOccurred())
       throw std::overflow_error("the result does not fit the storage type");
     return r;
@@ -249,6 +258,7 @@ class Stepper {
   const std::vector<FXP::DataValue>& instants_;
   FixptRangeMath::FixptRangeMathLogger overflow_;
   FXP::MathControl control_;
+  const bool useCursor_;
   std::uint32_t cursor_ = 0;
   bool started_ = false;
   FXP::DataValue previous_;
