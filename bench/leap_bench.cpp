@@ -2,10 +2,11 @@
 // Release (KVDT_WERROR=ON), load average 2.41 (1 min; 6.1 over 5 min),
 // kv_bench_leap --benchmark_min_time=0.2 --benchmark_repetitions=3, medians,
 // CPU ns per step: UTC->TAI cursor double 8.96, s128.64 19.6, raw 0.835:
-// 10.7x and 15.8x (goal <= 3: missed). The cursor's common step is now
+// 10.7x and 15.8x (goal <= 3: missed), with the cursor's common step
 // inline in convertTimeStandard (about 108 instructions per step by
-// callgrind against 184 before, the clock's add included); before it, under
-// load 8, double 12.1 / raw 0.81 = 14.8x.
+// callgrind against 184 before, the clock's add included). That inline path
+// was taken back the same day, untested by the fuzzers in time; without it,
+// under load 8, double 12.1 / raw 0.81 = 14.8x.
 //
 // Result, 2026-11-23: same VM (load average 9-12), Release,
 // kv_bench_leap --benchmark_min_time=0.2, CPU ns per step:
