@@ -187,9 +187,8 @@ char16_t* put_S(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
 
 // Renders one pattern-letter token; `out` has room for kMaxFieldUnits, or
 // for the time standard's name when `c` is 't'.
-char16_t* putField(char16_t* out, const DateTimeStructFormatter& f, char16_t c,
-                   std::int32_t count, bool& fractionPrinted) {
-  const DateTimeStruct& v = f.dateTimeStruct;
+char16_t* putField(char16_t* out, const DateTimeStruct& v, TimeStandard ts,
+                   char16_t c, std::int32_t count, bool& fractionPrinted) {
   switch (c) {
     case u'D':
       return put_D(out, v, count);
@@ -215,7 +214,7 @@ char16_t* putField(char16_t* out, const DateTimeStructFormatter& f, char16_t c,
     case u's':
       return putNumber(out, narrow8(v.second), count);
     case u't':
-      return putNarrow(out, DateTimeDefs::timeStandardName(f.timeStandard));
+      return putNarrow(out, DateTimeDefs::timeStandardName(ts));
     case u'u':
       return put_u(out, v, count);
     case u'y':
@@ -291,7 +290,8 @@ struct Renderer : FirstProblem {
     // interface; any count of 10 or more renders like 10 anyway.
     const auto count = static_cast<std::int32_t>(
         std::min<std::size_t>(n, std::numeric_limits<std::int32_t>::max()));
-    out = putField(out, f, c, count, fractionPrinted);
+    out = putField(out, f.dateTimeStruct, f.timeStandard, c, count,
+                   fractionPrinted);
   }
 };
 
@@ -396,7 +396,8 @@ std::u16string DateTimeStructFormatter::formatToken(char16_t c,
   if (quoted || classOf(c) != CharClass::Field) return std::u16string(n, c);
   if (c == u't') return format_t();
   return fieldString([&](char16_t* out) {
-    return putField(out, *this, c, count, fractionPrinted);
+    return putField(out, dateTimeStruct, timeStandard, c, count,
+                    fractionPrinted);
   });
 }
 
@@ -471,6 +472,63 @@ std::u16string DateTimeStructFormatter::format_s(std::int32_t count) const {
   return fieldString([&](char16_t* out) {
     return putNumber(out, narrow8(dateTimeStruct.second), count);
   });
+}
+
+PreparedFormat::PreparedFormat(std::u16string_view pattern) {
+  // The runs the walk reports, in order: replaying them is the walk's
+  // rendering, so the two cannot drift apart.
+  struct Recorder : FirstProblem {
+    explicit Recorder(PreparedFormat& prepared) noexcept : p(prepared) {}
+    PreparedFormat& p;
+    void literal(char16_t c, std::size_t n) {
+      if (n == 0) return;  // a lone apostrophe only opens or closes quotes
+      p.runs_.push_back({c, false, n});
+      p.literalUnits_ += n;
+    }
+    void field(char16_t c, std::size_t n) {
+      p.runs_.push_back({c, true, n});
+      ++(c == u't' ? p.nameRuns_ : p.fieldRuns_);
+    }
+  } recorder{*this};
+  if (!parsePattern(pattern, recorder)) throwProblem(recorder.first, pattern);
+}
+
+std::size_t PreparedFormat::maxUnits(TimeStandard standard) const noexcept {
+  // Runs live in memory, so none of these products can wrap.
+  const std::size_t name =
+      nameRuns_ == 0
+          ? 0
+          : std::string_view(DateTimeDefs::timeStandardName(standard)).size();
+  return literalUnits_ + fieldRuns_ * kMaxFieldUnits + nameRuns_ * name;
+}
+
+std::size_t PreparedFormat::formatTo(const DateTimeStruct& value,
+                                     TimeStandard standard, char16_t* out,
+                                     std::size_t capacity) const {
+  if (capacity < maxUnits(standard)) {
+    throw std::length_error(
+        "PreparedFormat::formatTo: the buffer is shorter than maxUnits");
+  }
+  char16_t* p = out;
+  bool fractionPrinted = false;  // formatToken's contract; never read here
+  for (const Run& run : runs_) {
+    if (!run.field) {
+      p = putRepeated(p, run.c, run.count);
+      continue;
+    }
+    // As in the one-pass walk: counts past 2^31 - 1 render like 10 anyway.
+    const auto count = static_cast<std::int32_t>(std::min<std::size_t>(
+        run.count, std::numeric_limits<std::int32_t>::max()));
+    p = putField(p, value, standard, run.c, count, fractionPrinted);
+  }
+  return static_cast<std::size_t>(p - out);
+}
+
+std::u16string PreparedFormat::format(const DateTimeStruct& value,
+                                      TimeStandard standard) const {
+  std::u16string result(maxUnits(standard), u'\0');
+  result.resize(formatTo(value, standard, result.data(), result.size()));
+  return result;
 }
 
 }  // namespace KvDateTime

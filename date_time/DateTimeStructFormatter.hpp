@@ -25,8 +25,11 @@
 // "pad" is zero padding to min(count, 10); a longer number is never cut.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "date_time/DateTimeStruct.hpp"
 #include "date_time/Export.hpp"
@@ -107,6 +110,44 @@ class KVDT_EXPORT DateTimeStructFormatter {
   std::u16string format_H(std::int32_t count) const;
   std::u16string format_m(std::int32_t count) const;
   std::u16string format_s(std::int32_t count) const;
+};
+
+// A pattern validated and split into its runs once, for rendering many
+// values: what getFormattedStr does per call minus the pattern's walk, and
+// into the caller's buffer, so that a loop over values allocates nothing.
+// Immutable once built; one may be shared between threads.
+class KVDT_EXPORT PreparedFormat {
+ public:
+  // Throws the diagnostic of validateFormat for a bad pattern, as
+  // getFormattedStr would for it.
+  explicit PreparedFormat(std::u16string_view pattern);
+
+  // The most units one rendering in `standard` writes.
+  std::size_t maxUnits(TimeStandard standard) const noexcept;
+
+  // Renders `value` at `out` and returns the units written: the text of
+  // DateTimeStructFormatter(value, standard).getFormattedStr(pattern), and
+  // its field failures (out_of_range for 'M', a date diagnostic for 'D' or
+  // 'e'). Throws std::length_error, writing nothing, when `capacity` is
+  // below maxUnits(standard); a failing field may leave earlier units
+  // written. Allocates nothing.
+  std::size_t formatTo(const DateTimeStruct& value, TimeStandard standard,
+                       char16_t* out, std::size_t capacity) const;
+
+  // formatTo into a string of its own.
+  std::u16string format(const DateTimeStruct& value,
+                        TimeStandard standard) const;
+
+ private:
+  struct Run {
+    char16_t c;
+    bool field;
+    std::size_t count;
+  };
+  std::vector<Run> runs_;
+  std::size_t literalUnits_ = 0;
+  std::size_t fieldRuns_ = 0;  // `t` aside
+  std::size_t nameRuns_ = 0;
 };
 
 }  // namespace KvDateTime

@@ -369,6 +369,8 @@ class Converter {
         toTs_(o.toStandard.empty() ? ts_ : parseStandard(o.toStandard)),
         toType_(o.toType.empty() ? type_ : parseType(o.toType)),
         pattern_(o.pattern.empty() ? u"" : validPattern(o.pattern)),
+        line_(pattern_.empty() ? kReadingPattern : pattern_),
+        units_(line_.maxUnits(toTs_), u'\0'),
         inputFormat_(o.inputFormat),
         json_(o.json),
         // The built-in schedule too is read from a table built once: the
@@ -422,25 +424,36 @@ class Converter {
       out +=
           Json{{"input", describe(in, u"")}, {"output", describe(dt, pattern_)}}
               .dump();
-    } else if (!pattern_.empty()) {
-      out += render(Clock::readingOf(dt), toTs_, pattern_);
     } else {
-      // The reading pattern writes digits, separators and the standard's
-      // name, all ASCII: each unit is its byte, without a UTF-8 encoder.
-      for (const char16_t c :
-           DateTimeStructFormatter(Clock::readingOf(dt), toTs_)
-               .getFormattedStr(kReadingPattern)) {
-        out += static_cast<char>(c);
+      putLine(Clock::readingOf(dt), out);
+      if (pattern_.empty()) {
+        out += suffix_;
+        out += storedText(dt.value);
+        out += since_;
+        out += dt.isLeapSecond ? ", leap second)" : ")";
       }
-      out += suffix_;
-      out += storedText(dt.value);
-      out += since_;
-      out += dt.isLeapSecond ? ", leap second)" : ")";
     }
     out += '\n';
   }
 
  private:
+  // The reading rendered by the line's pattern, in UTF-8. Text in ASCII
+  // (the reading pattern's always is) is its units, copied without an
+  // encoder or a string of its own.
+  void putLine(const DateTimeStruct& reading, std::string& out) {
+    const std::size_t n =
+        line_.formatTo(reading, toTs_, units_.data(), units_.size());
+    const std::u16string_view text(units_.data(), n);
+    if (std::any_of(text.begin(), text.end(),
+                    [](char16_t c) { return c >= 0x80; })) {
+      out += resource_core::toUtf8(text);
+      return;
+    }
+    const std::size_t at = out.size();
+    out.resize(at + n);
+    std::copy(text.begin(), text.end(), out.begin() + at);
+  }
+
   // A stored count ("@" and a number, or a plain number as before) or a
   // reading: by --input-format, else in ISO 8601 by the parser's preset.
   // `reading` is set for a reading.
@@ -465,6 +478,8 @@ class Converter {
   TimeStandard toTs_;
   FXP::DataType toType_;
   std::u16string pattern_;
+  PreparedFormat line_;   // --format, else the reading pattern
+  std::u16string units_;  // line_'s rendering, before UTF-8
   std::string inputFormat_;
   bool json_;
   LeapSecondTableData builtin_;
@@ -598,16 +613,32 @@ int runConvert(const Options& o) {
   std::setvbuf(stdout, outBuffer, _IOFBF, sizeof outBuffer);
 
   int status = 0;
+  // Lines are gathered here and handed to stdout a buffer at a time: a
+  // call into stdio per line costs more than the line's formatting. The
+  // bytes and their order are those of writing each line as it comes,
+  // since stdout is fully buffered either way.
+  constexpr std::size_t kBatchBytes = sizeof outBuffer;
   std::string out;
+  out.reserve(kBatchBytes + kMaxLineBytes);
+  const auto flush = [&out] {
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    out.clear();
+  };
+  // Whatever was gathered goes out however the run ends: at the end, at a
+  // failure, or when a later input cannot be opened or read.
+  struct FlushAtExit {
+    decltype(flush)& f;
+    ~FlushAtExit() { f(); }
+  } flushAtExit{flush};
   std::uint64_t total = 0;
   Progress progress;
-  // One value, written or reported; false when it failed.
+  // One value, gathered or reported; false when it failed.
   const auto one = [&](std::string_view text, std::uint64_t line,
                        const std::string& source) {
-    out.clear();
+    const std::size_t before = out.size();
     try {
       converter.convert(text, out);
-      std::fwrite(out.data(), 1, out.size(), stdout);
+      if (out.size() >= kBatchBytes) flush();
       return true;
     } catch (const foundation::core::except::IException& e) {
       reportError({e.identifier(), e.message(), printable(text), line,
@@ -619,6 +650,7 @@ int runConvert(const Options& o) {
       reportError({"Korvane:kvdt:Failed", e.what(), printable(text), line,
                    printable(source)});
     }
+    out.resize(before);  // nothing of a failed value is written
     status = 2;
     return false;
   };

@@ -457,6 +457,11 @@ DataValue DataValue::fromDoubleSlow(const DataType& type, double value,
 
 DataValue DataValue::fromInt64Slow(const DataType& type, std::int64_t value,
                                    MathMode mode) {
+  // A double holds every integer up to 2^53 exactly: nothing to round, so
+  // the mode does not enter and the general route would give these bits.
+  constexpr std::int64_t kExact = std::int64_t{1} << 53;
+  if (type.isDouble() && value >= -kExact && value <= kExact)
+    return ofDouble(static_cast<double>(value));
   MathControl control(mode);  // no logger: fromDouble has none either
   return fromInt64(value).convert(type, control);
 }

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <limits>
 
 #include "host/fxp/FXP.hpp"
 #include "tests/CountingAllocator.hpp"
@@ -77,6 +79,22 @@ TEST(DataValueEdge, DoubleShortcutsSaturateAndGivePositiveZero) {
       EXPECT_FALSE(std::signbit(r.toDouble()));
   }
   EXPECT_EQ(logger.overflowCount(), 4u);
+  // An integer into a double: the exact shortcut up to 2^53 and the rounding
+  // beyond give the bits of the general conversion, rounding down or up.
+  constexpr std::int64_t k53 = std::int64_t{1} << 53;
+  for (const int code : {MathMode::kFloor, MathMode::kCeiling})
+    for (const std::int64_t v :
+         {std::int64_t{0}, k53 - 1, k53, k53 + 1, k53 + 3,
+          std::numeric_limits<std::int64_t>::max()})
+      for (const std::int64_t s : {v, -v}) {
+        const MathMode mode(code, MathMode::kSaturate);
+        MathControl mc(mode);
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(
+                      DataValue::fromInt64({}, s, mode).toDouble()),
+                  std::bit_cast<std::uint64_t>(
+                      DataValue::fromInt64(s).convert({}, mc).toDouble()))
+            << s << " code " << code;
+      }
 }
 
 }  // namespace
