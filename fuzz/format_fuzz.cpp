@@ -10,7 +10,8 @@
 //   it is read;
 // - the short (stack) and long (sized) rendering paths agree: a pattern and
 //   the same pattern followed by 64 spaces render alike but for the spaces;
-// - a pattern without letters or apostrophes renders as itself.
+// - a pattern without letters or apostrophes renders as itself;
+// - a prepared pattern refuses, renders and fails exactly as getFormattedStr.
 
 #include <array>
 #include <stdexcept>
@@ -58,9 +59,13 @@ struct Outcome {
   std::string failure;  // "" | "id:<Id>" | "out_of_range"
 };
 
-Outcome render(const DateTimeStructFormatter& f, const std::u16string& p) {
+Outcome render(const DateTimeStructFormatter& f, const std::u16string& p,
+               bool prepared = false) {
   try {
-    return {f.getFormattedStr(p), ""};
+    return {prepared
+                ? PreparedFormat(p).format(f.dateTimeStruct, f.timeStandard)
+                : f.getFormattedStr(p),
+            ""};
   } catch (const IException& e) {
     return {u"", "id:" + idOf(e.identifier())};
   } catch (const std::out_of_range&) {
@@ -115,6 +120,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
 
   const DateTimeStructFormatter f(r, ts);
   const Outcome out = render(f, p);
+  const Outcome prepared = render(f, p, true);
+  KVFUZZ_CHECK(prepared.failure == out.failure && prepared.text == out.text,
+               where + prepared.failure);
   if (problem) {
     KVFUZZ_CHECK(out.failure == "id:" + idOf(problem), where + out.failure);
     return 0;

@@ -6,11 +6,14 @@
 #include <unicode/gregocal.h>
 #include <unicode/smpdtfmt.h>
 
+#include <array>
 #include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
 #include <random>
+#include <stdexcept>
+#include <string_view>
 
 #include "TestHelpers.hpp"
 #include "date_time/DateTimeStructFormatter.hpp"
@@ -41,8 +44,9 @@ std::u16string callMember(const F& f, char16_t c, int n, bool& printed) {
 }
 
 // The members, a single token and a one-token pattern render every letter
-// at every count alike, the pattern allocating only its result. What they
-// render is decided by the ICU and printf sweeps and the pattern table below.
+// at every count alike, the pattern allocating only its result, a prepared
+// one nothing. What they render is decided by the ICU and printf sweeps and
+// the pattern table below.
 TEST(LetterRendering, MemberTokenAndPatternAgree) {
   const F f(kSample, TimeStandard::UTC);
   for (const char16_t c : std::u16string(u"tGyuMdDeahHmsS")) {
@@ -59,6 +63,16 @@ TEST(LetterRendering, MemberTokenAndPatternAgree) {
       EXPECT_EQ(kvtest::allocations.load() - before,
                 out.size() > std::u16string().capacity() ? 1 : 0);
       EXPECT_EQ(out, expected);
+      const KvDateTime::PreparedFormat prepared(std::u16string(n, c));
+      std::array<char16_t, 24> units;
+      const long mid = kvtest::allocations.load();
+      const std::size_t length = prepared.formatTo(kSample, TimeStandard::UTC,
+                                                   units.data(), units.size());
+      EXPECT_EQ(kvtest::allocations.load(), mid);
+      EXPECT_EQ(std::u16string_view(units.data(), length), expected);
+      EXPECT_THROW(prepared.formatTo(kSample, TimeStandard::UTC, units.data(),
+                                     prepared.maxUnits(TimeStandard::UTC) - 1),
+                   std::length_error);
     }
   }
   EXPECT_EQ(f.format_e(7), u"T");
@@ -79,6 +93,7 @@ const DateTimeStruct kFeb29 = DateTimeStruct::unchecked(2023, 2, 29, 0, 0, 0);
 // are refused even quoted; problems come in reading order, but too many
 // fraction runs only last. Month names are looked up for numbers too; D and
 // e judge the date, the other fields do not.
+// A prepared pattern renders and refuses alike, a bad one when prepared.
 // clang-format off
 const std::tuple<DateTimeStruct, const char16_t*, const char*> kPatterns[] = {
     {kSample, u"''Q", "!InvalidFormatChar Q"},
@@ -111,18 +126,23 @@ const std::tuple<DateTimeStruct, const char16_t*, const char*> kPatterns[] = {
 // clang-format on
 
 TEST(PatternRendering, QuotingErasClocksFractionsAndNarrowing) {
-  for (const auto& [value, pattern, expected] : kPatterns) {
-    std::string got;
-    try {
-      got = toUtf8(F(value, TimeStandard::UTC).getFormattedStr(pattern));
-    } catch (const foundation::core::except::IException& e) {
-      got = '!' + kvtest::idPart(e.identifier());
-      for (std::size_t k = 1; k < e.arguments().size(); ++k)
-        got += ' ' + toUtf8(std::get<std::u16string>(e.arguments()[k]));
-    } catch (const std::out_of_range&) {
-      got = "!out_of_range";
+  for (const bool prepared : {false, true}) {
+    for (const auto& [value, pattern, expected] : kPatterns) {
+      std::string got;
+      try {
+        got = toUtf8(
+            prepared ? KvDateTime::PreparedFormat(pattern).format(
+                           value, TimeStandard::UTC)
+                     : F(value, TimeStandard::UTC).getFormattedStr(pattern));
+      } catch (const foundation::core::except::IException& e) {
+        got = '!' + kvtest::idPart(e.identifier());
+        for (std::size_t k = 1; k < e.arguments().size(); ++k)
+          got += ' ' + toUtf8(std::get<std::u16string>(e.arguments()[k]));
+      } catch (const std::out_of_range&) {
+        got = "!out_of_range";
+      }
+      EXPECT_EQ(got, expected) << toUtf8(pattern) << " prepared " << prepared;
     }
-    EXPECT_EQ(got, expected) << toUtf8(pattern);
   }
 }
 
