@@ -167,9 +167,30 @@ char16_t* put_h(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
 // (negative values, negative zero) the decimal point and the decimals; for
 // NaN the tail of "nan" or "-nan".
 char16_t* put_S(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
-  constexpr std::uint64_t kPow10[] = {1,         10,        100,     1000,
-                                      10000,     100000,    1000000, 10000000,
-                                      100000000, 1000000000};
+  // The first `keep` of nine digits, each divisor a constant: a division by
+  // a looked-up power of ten was the costliest instruction of a line.
+  const auto firstDigits = [](std::uint64_t digits9, int keep) {
+    switch (keep) {
+      case 1:
+        return digits9 / 100000000;
+      case 2:
+        return digits9 / 10000000;
+      case 3:
+        return digits9 / 1000000;
+      case 4:
+        return digits9 / 100000;
+      case 5:
+        return digits9 / 10000;
+      case 6:
+        return digits9 / 1000;
+      case 7:
+        return digits9 / 100;
+      case 8:
+        return digits9 / 10;
+      default:
+        return digits9;
+    }
+  };
   int keep = std::clamp<std::int32_t>(count, 0, 9);
   const double fraction = v.getSubSecond();
   if (keep == 0) return out;
@@ -182,7 +203,7 @@ char16_t* put_S(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
     if (--keep == 0) return out;
   }
   const std::uint64_t digits9 = fractionDigits9(std::fabs(fraction));
-  return putUnsigned(out, digits9 / kPow10[9 - keep], keep);
+  return putUnsigned(out, firstDigits(digits9, keep), keep);
 }
 
 // Renders one pattern-letter token; `out` has room for kMaxFieldUnits, or

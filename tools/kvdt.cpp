@@ -296,6 +296,16 @@ const LeapSecondYears* yearsOf(const std::optional<LeapSecondList>& list) {
   return list ? &list->years : nullptr;
 }
 
+// Whether the digits `text` starts with run into a '-' or ':': then it is a
+// date or a time, never a number (a number has a minus sign only in front
+// or after its exponent's 'e'), and reading it as one can be skipped.
+bool dateOrTime(std::string_view text) {
+  const auto end = std::find_if(text.begin(), text.end(),
+                                [](char c) { return c < '0' || c > '9'; });
+  return end != text.begin() && end != text.end() &&
+         (*end == '-' || *end == ':');
+}
+
 // A stored count "@<seconds or days>", checked as Clock::timePointFromCount
 // checks it; a whole number is read as an integer, so that counts past 2^53
 // stay exact.
@@ -461,7 +471,7 @@ class Converter {
     if (!text.empty() && text[0] == '@')
       return countValue(text.substr(1), epoch_, ts_, type_);
     double number = 0;
-    if (wholeNumber(text, number))
+    if (!dateOrTime(text) && wholeNumber(text, number))
       return Clock::timePointFromCount(number, ts_, epoch_, type_);
     if (inputFormat_.empty()) {
       reading = Clock::parseReading(text, ts_);
