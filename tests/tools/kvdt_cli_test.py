@@ -285,7 +285,8 @@ with tempfile.TemporaryDirectory() as d:
             values.append(time.strftime("%Y-%m-%d %H:%M:%S.", g) + frac)
     with open(log, "w") as f:
         f.write("\n".join(values) + "\n")
-    for extra in ([], ["--to-standard", "tai", "--type", "s64:20"]):
+    for extra in ([], ["--to-standard", "tai", "--type", "s64:20"],
+                  ["--format", "yyyy年MM月dd日 eeee h a ss.SSSS t"]):
         rc, out, err = run(["convert", "--input", log] + extra)
         single = [run(["convert"] + extra + ["--", v])[1] for v in values]
         check(rc == 0 and err == "" and out.splitlines(keepends=True) == single,
