@@ -168,7 +168,7 @@ char16_t* put_h(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
 // NaN the tail of "nan" or "-nan".
 char16_t* put_S(char16_t* out, const DateTimeStruct& v, std::int32_t count) {
   // The first `keep` of nine digits, each divisor a constant: a division by
-  // a looked-up power of ten was the costliest instruction of a line.
+  // a looked-up power of ten was the costliest instruction of the fields.
   const auto firstDigits = [](std::uint64_t digits9, int keep) {
     switch (keep) {
       case 1:

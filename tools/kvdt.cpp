@@ -10,8 +10,9 @@
 // sees) are "Korvane:kvdt:...".
 //
 // `convert` streams: a file of a million readings is read through one fixed
-// buffer and written through stdout's buffer, with the leap-second tables
-// built once for the run, so memory does not grow with the file.
+// buffer and written 64 KiB at a time, with the leap-second tables and the
+// output pattern prepared once for the run, so memory does not grow with
+// the file.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
