@@ -677,9 +677,98 @@ kvsvDiagnostic readIso8601(std::basic_string_view<Char> text, TimeStandard ts,
   if (fail.kind == Failure::None) return nullptr;
   if constexpr (sizeof(Char) == 1) {
     return diagnosticOf<char>(fail, "ISO 8601", text, ts, invalid);
+  } else if constexpr (sizeof(Char) == 4) {
+    return diagnosticOf<char32_t>(fail, U"ISO 8601", text, ts, invalid);
   } else {
     return diagnosticOf<char16_t>(fail, u"ISO 8601", text, ts, invalid);
   }
+}
+
+// The usual ISO 8601 layouts read straight from the code units, or false
+// for anything readIso8601 must judge: a text off the layout, a field out
+// of range, or a reading ordinaryReading does not pass (which
+// validateDateTime would have to see). Accepting only ordinary readings
+// keeps this in step with readIso8601, whose fields and resolve give the
+// same doubles for them without consulting validateDateTime.
+template <typename Char>
+bool readIso8601Usual(std::basic_string_view<Char> text, TimeStandard ts,
+                      DateTimeStruct& result) noexcept {
+  const std::size_t size = text.size();
+  if (size < 10) return false;
+  const Char* t = text.data();
+  // Code units as unsigned values: a byte of UTF-8 or a whole code point.
+  const auto code = [t](std::size_t i) -> std::uint32_t {
+    if constexpr (sizeof(Char) == 1) {
+      return static_cast<unsigned char>(t[i]);
+    } else {
+      return static_cast<std::uint32_t>(t[i]);
+    }
+  };
+  const auto digit = [&](std::size_t i) { return code(i) - u'0'; };
+  bool ok = true;
+  const auto two = [&](std::size_t i) {
+    const std::uint32_t hi = digit(i), lo = digit(i + 1);
+    ok &= hi < 10 && lo < 10;
+    return static_cast<std::int64_t>(hi * 10 + lo);
+  };
+  const std::int64_t year = two(0) * 100 + two(2);
+  const std::int64_t month = two(5);
+  const std::int64_t day = two(8);
+  ok &= code(4) == u'-' && code(7) == u'-';
+  std::int64_t hour = 0, minute = 0, second = 0, fraction = 0;
+  int kept = 0;
+  if (size > 10) {
+    const std::uint32_t separator = code(10);
+    if (size < 16 ||
+        (separator != u'T' && separator != u't' && separator != u' '))
+      return false;
+    hour = two(11);
+    minute = two(14);
+    ok &= code(13) == u':';
+    std::size_t at = 16;
+    if (at < size && code(at) == u':') {
+      if (size < at + 3) return false;
+      second = two(at + 1);
+      at += 3;
+      if (at < size && (code(at) == u'.' || code(at) == u',')) {
+        const std::size_t start = ++at;
+        for (; at < size && digit(at) < 10; ++at) {
+          if (kept < 14) {
+            fraction = fraction * 10 + digit(at);
+            ++kept;
+          }
+        }
+        if (at == start) return false;
+      }
+    }
+    if (at < size && (code(at) == u'Z' || code(at) == u'z')) {
+      if (ts != TimeStandard::UTC) return false;
+      ++at;
+    }
+    ok &= at == size;
+  }
+  if (!ok) return false;
+  DateTimeStruct r;
+  r.year = static_cast<double>(year);
+  r.month = static_cast<double>(month);
+  r.day = static_cast<double>(day);
+  r.hour = static_cast<double>(hour);
+  r.minute = static_cast<double>(minute);
+  r.second = kept != 0 ? leastDoubleNotBelow(second, fraction, kept)
+                       : static_cast<double>(second);
+  detail::OrdinaryFields ordinary;
+  if (!detail::ordinaryReading(r.year, r.month, r.day, r.hour, r.minute,
+                               r.second, ordinary))
+    return false;
+  result = r;
+  return true;
+}
+
+template <typename Char>
+kvsvDiagnostic readIso8601Fast(std::basic_string_view<Char> text,
+                               TimeStandard ts, DateTimeStruct& result) {
+  if (readIso8601Usual(text, ts, result)) return nullptr;
+  return readIso8601(text, ts, result);
 }
 
 DateTimeStruct orThrow(kvsvDiagnostic diagnostic, const DateTimeStruct& r) {
@@ -730,6 +819,18 @@ kvsvDiagnostic DateTimeParser::tryParseIso8601(std::string_view text,
                                                TimeStandard ts,
                                                DateTimeStruct& result) {
   return readIso8601(text, ts, result);
+}
+
+kvsvDiagnostic DateTimeParser::tryParseIso8601Fast(std::string_view text,
+                                                   TimeStandard ts,
+                                                   DateTimeStruct& result) {
+  return readIso8601Fast(text, ts, result);
+}
+
+kvsvDiagnostic DateTimeParser::tryParseIso8601Fast(std::u32string_view text,
+                                                   TimeStandard ts,
+                                                   DateTimeStruct& result) {
+  return readIso8601Fast(text, ts, result);
 }
 
 DateTimeStruct DateTimeParser::parseIso8601(std::u16string_view text,

@@ -115,6 +115,21 @@ class KVDT_EXPORT DateTimeParser {
                                         DateTimeStruct& result);
   static kvsvDiagnostic tryParseIso8601(std::string_view text, TimeStandard ts,
                                         DateTimeStruct& result);
+
+  // tryParseIso8601 for texts read in bulk: the usual layout
+  // ("yyyy-MM-ddTHH:mm:ss.fff...Z" and its shorter forms) is read in one
+  // pass with no bookkeeping per field, and anything else, or a reading
+  // that needs validateDateTime (a leap second, a day past the month's end),
+  // goes to tryParseIso8601's reader. Results and diagnostics are those of
+  // tryParseIso8601 for the same code units. Code points (UTF-32, as a
+  // NumPy str array holds them) count positions in code points; their text
+  // argument is UTF-8, a surrogate or a value past U+10FFFF as U+FFFD.
+  static kvsvDiagnostic tryParseIso8601Fast(std::string_view text,
+                                            TimeStandard ts,
+                                            DateTimeStruct& result);
+  static kvsvDiagnostic tryParseIso8601Fast(std::u32string_view text,
+                                            TimeStandard ts,
+                                            DateTimeStruct& result);
 };
 
 }  // namespace KvDateTime
