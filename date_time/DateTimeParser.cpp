@@ -1,6 +1,7 @@
 #include "date_time/DateTimeParser.hpp"
 
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -121,6 +122,46 @@ double leastDoubleNotBelow(std::int64_t whole, std::int64_t digits,
   double q = numerator / scale;
   if (std::fma(q, scale, -numerator) < 0.0) q = std::nextafter(q, 61.0);
   return q;
+}
+
+__extension__ typedef unsigned __int128 U128;  // GCC and Clang both have it
+
+// leastDoubleNotBelow with the residual's sign taken from integers and no
+// branch on it: half the quotients land below the decimal, so a branch
+// there is a coin toss. q = m * 2^e exactly, and q * scale < numerator
+// exactly when m * scale < numerator * 2^-e, both below 2^128 while
+// -e <= 74 (q >= 2^-22); smaller quotients (and a subnormal or zero q,
+// whose exponent field is 0) take the fma.
+inline __attribute__((always_inline)) double leastDoubleNotBelowQuick(
+    std::int64_t whole, std::int64_t digits, int count) noexcept {
+  static constexpr std::int64_t kPow10[] = {1,
+                                            10,
+                                            100,
+                                            1000,
+                                            10000,
+                                            100000,
+                                            1000000,
+                                            10000000,
+                                            100000000,
+                                            1000000000,
+                                            10000000000,
+                                            100000000000,
+                                            1000000000000,
+                                            10000000000000,
+                                            100000000000000};
+  const std::int64_t scale = kPow10[count];
+  const std::int64_t numerator = whole * scale + digits;
+  const double q = static_cast<double>(numerator) / static_cast<double>(scale);
+  const auto bits = std::bit_cast<std::uint64_t>(q);
+  const int shift = 1075 - static_cast<int>(bits >> 52);  // q = m * 2^-shift
+  // A numerator past 2^53 is no exact double there: that one's way.
+  if (shift < 1 || shift > 74 || numerator > (std::int64_t{1} << 53))
+    return leastDoubleNotBelow(whole, digits, count);
+  const U128 m = (bits & ((std::uint64_t{1} << 52) - 1)) | std::uint64_t{1}
+                                                               << 52;
+  const bool below = m * static_cast<std::uint64_t>(scale) <
+                     U128{static_cast<std::uint64_t>(numerator)} << shift;
+  return std::bit_cast<double>(bits + (below ? 1 : 0));
 }
 
 // Widest number a numeric field reads: more digits than any field can hold
@@ -754,7 +795,7 @@ bool readIso8601Usual(std::basic_string_view<Char> text, TimeStandard ts,
   r.day = static_cast<double>(day);
   r.hour = static_cast<double>(hour);
   r.minute = static_cast<double>(minute);
-  r.second = kept != 0 ? leastDoubleNotBelow(second, fraction, kept)
+  r.second = kept != 0 ? leastDoubleNotBelowQuick(second, fraction, kept)
                        : static_cast<double>(second);
   detail::OrdinaryFields ordinary;
   if (!detail::ordinaryReading(r.year, r.month, r.day, r.hour, r.minute,

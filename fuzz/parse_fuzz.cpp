@@ -12,7 +12,8 @@
 //   lone "0" stays, so a run cannot vanish); parsing that text again gives
 //   the same record, which pins the values the digits stand for;
 // - an ISO 8601 success has the text's own year, month, day, hour and
-//   minute digits in its record.
+//   minute digits in its record, and the fast ISO entry point gives the
+//   same record or the same Id and position for code points and bytes.
 
 #include <cstring>
 #include <stdexcept>
@@ -138,6 +139,20 @@ void checkIso(const std::u16string& text, TimeStandard ts) {
   DateTimeStruct r;
   const kvsvDiagnostic d = DateTimeParser::tryParseIso8601(text, ts, r);
   const std::string where = narrow(text);
+  // The fast entry point reads code points and bytes as this reader does.
+  const std::u32string points(text.begin(), text.end());
+  DateTimeStruct fast = r, bytes = r;
+  const kvsvDiagnostic f =
+      DateTimeParser::tryParseIso8601Fast(points, ts, fast);
+  KVFUZZ_CHECK(idOf(f) == idOf(d) && fast == r, where + " " + idOf(f));
+  if (d) {
+    KVFUZZ_CHECK(f->arguments().at(2) == d->arguments().at(2), where);
+  }
+  if (ascii(text)) {
+    const kvsvDiagnostic b =
+        DateTimeParser::tryParseIso8601Fast(narrow(text), ts, bytes);
+    KVFUZZ_CHECK(idOf(b) == idOf(d) && bytes == r, where + " " + idOf(b));
+  }
   if (d) {
     KVFUZZ_CHECK(kvfuzz::oneOf(idOf(d), kParseIds), where + " " + idOf(d));
     return;

@@ -447,7 +447,14 @@ std::basic_string_view<Char> textAt(const unsigned char* data,
       std::memcpy(spare.data(), item, 4 * units);
       p = spare.data();
     }
+    // Eight units at a time, a test the compiler vectorizes, to the block
+    // with the first NUL.
     std::size_t len = 0;
+    for (; len + 8 <= units; len += 8) {
+      bool nul = false;
+      for (std::size_t k = 0; k < 8; ++k) nul |= p[len + k] == 0;
+      if (nul) break;
+    }
     while (len < units && p[len] != 0) ++len;
     return {p, len};
   }

@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <random>
 #include <sstream>
@@ -516,6 +517,87 @@ TEST(PatternReading, SuccessAllocatesNothing) {
                  DateTimeParser::parse(u"x", pattern, UTC);
                }).empty());
   EXPECT_GT(kvtest::allocations.load() - failing, 0);  // the diagnostic
+}
+
+// --------------------------------------------------------------- fast reader
+
+// The fast entry point against the reader it stands in for, on usual ISO
+// texts with a random fraction length, leap seconds and month ends, most of
+// them then damaged: the same record bits, and the same diagnostic (the
+// code-point overload's text argument as UTF-8, its position in code
+// points, so compared where the 16-bit units are the code points).
+TEST(IsoReading, FastEntryPointIsTheReader) {
+  std::mt19937 rng(8601);
+  const auto pick = [&](int lo, int hi) {
+    return std::uniform_int_distribution<int>(lo, hi)(rng);
+  };
+  const std::u32string edits = U"0795-:Tt .,Zz\u00e9\u4e00\U0001F600";
+  for (int i = 0; i < 20000; ++i) {
+    char base[64];
+    std::snprintf(base, sizeof base, "%04d-%02d-%02d%c%02d:%02d:%02d",
+                  pick(1399, 10000), pick(0, 13), pick(27, 32),
+                  "Tt "[pick(0, 2)], pick(0, 24), pick(0, 60),
+                  pick(0, 9) == 0 ? 60 : pick(0, 61));
+    std::u32string text(base, base + std::strlen(base));
+    if (pick(0, 3) == 0) text.resize(pick(0, 1) ? 10 : 16);
+    if (text.size() == 19 && pick(0, 1)) {
+      text += U".,"[pick(0, 1)];
+      for (int k = pick(0, 20); k > 0; --k) text += U'0' + pick(0, 9);
+    }
+    if (text.size() > 10 && pick(0, 2) == 0) text += U"Zz"[pick(0, 1)];
+    for (int k = pick(0, 2); k > 0 && !text.empty(); --k) {
+      const auto at = static_cast<std::size_t>(pick(0, int(text.size()) - 1));
+      const char32_t c = edits[static_cast<std::size_t>(pick(0, 15))];
+      if (pick(0, 1))
+        text[at] = c;
+      else
+        text.erase(at, 1);
+    }
+    const TimeStandard ts = static_cast<TimeStandard>(pick(0, 3));
+    std::u16string units;
+    bool bmp = true, asciiOnly = true;
+    for (const char32_t c : text) {
+      bmp &= c < 0x10000;
+      asciiOnly &= c < 0x80;
+      if (c < 0x10000) {
+        units += static_cast<char16_t>(c);
+      } else {
+        units += static_cast<char16_t>(0xD7C0 + (c >> 10));
+        units += static_cast<char16_t>(0xDC00 | (c & 0x3FF));
+      }
+    }
+    const std::string utf8 = narrow(units);
+    SCOPED_TRACE(utf8 + " " + std::to_string(static_cast<int>(ts)));
+    DateTimeStruct expected, fast, wide;
+    const kvsvDiagnostic d =
+        DateTimeParser::tryParseIso8601(utf8, ts, expected);
+    const kvsvDiagnostic f =
+        DateTimeParser::tryParseIso8601Fast(utf8, ts, fast);
+    const kvsvDiagnostic w =
+        DateTimeParser::tryParseIso8601Fast(text, ts, wide);
+    ASSERT_EQ(idOf(f), idOf(d));
+    ASSERT_EQ(idOf(w), idOf(d));
+    if (!d) {
+      EXPECT_EQ(std::memcmp(&fast, &expected, sizeof fast), 0);
+      EXPECT_EQ(std::memcmp(&wide, &expected, sizeof wide), 0);
+      continue;
+    }
+    EXPECT_EQ(f->arguments(), d->arguments());
+    if (!bmp) continue;
+    DateTimeStruct ignored;
+    const kvsvDiagnostic u =
+        DateTimeParser::tryParseIso8601(units, ts, ignored);
+    ASSERT_EQ(w->arguments().size(), u->arguments().size());
+    for (std::size_t a = 0; a < u->arguments().size(); ++a) {
+      const auto* text16 = std::get_if<std::u16string>(&u->arguments()[a]);
+      EXPECT_EQ(w->arguments()[a],
+                text16 ? resource_core::MsgArgument(narrow(*text16))
+                       : u->arguments()[a]);
+    }
+    if (asciiOnly) {
+      EXPECT_EQ(w->arguments(), d->arguments());
+    }
+  }
 }
 
 }  // namespace
