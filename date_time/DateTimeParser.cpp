@@ -746,26 +746,65 @@ bool readIso8601Usual(std::basic_string_view<Char> text, TimeStandard ts,
     }
   };
   const auto digit = [&](std::size_t i) { return code(i) - u'0'; };
-  bool ok = true;
+  // The first 16 units ("yyyy-MM-ddTHH:mm") as bytes, two words of eight,
+  // each field's digits read for all fields at once: a byte per unit
+  // (0 past the end), x = byte ^ '0' is the digit where the byte is one,
+  // and 10 * x[i] + x[i + 1] lands in byte i of x * 10 + (x >> 8).
+  std::uint8_t b[16] = {};
+  std::uint32_t any = 0;
+  if (size >= 16) {
+    for (std::size_t k = 0; k < 16; ++k) {
+      any |= code(k);
+      b[k] = static_cast<std::uint8_t>(code(k));
+    }
+  } else {
+    for (std::size_t k = 0; k < size; ++k) {
+      any |= code(k);
+      b[k] = static_cast<std::uint8_t>(code(k));
+    }
+  }
+  if (any >= 0x80) return false;  // not ASCII: the reader's to judge
+  std::uint64_t w0 = 0, w1 = 0;
+  for (std::size_t k = 0; k < 8; ++k) {
+    w0 |= std::uint64_t{b[k]} << 8 * k;
+    w1 |= std::uint64_t{b[8 + k]} << 8 * k;
+  }
+  constexpr std::uint64_t kZeros = 0x3030303030303030;
+  // Digits: bytes 0-3, 5, 6 of the first word; 0, 1 (and 3, 4, 6, 7 with
+  // a time) of the second. Separators: '-' at 4 and 7, ':' at 13.
+  const bool timed = size > 10;
+  const std::uint64_t x0 = (w0 ^ kZeros) & 0x00FFFF00FFFFFFFF;
+  const std::uint64_t x1 =
+      (w1 ^ kZeros) & (timed ? 0xFFFF00FFFF00FFFF : 0x000000000000FFFF);
+  const auto notDigits = [](std::uint64_t x) {
+    return (x & 0xF0F0F0F0F0F0F0F0) |
+           ((x + 0x0606060606060606) & 0x1010101010101010);
+  };
+  bool ok = (notDigits(x0) | notDigits(x1)) == 0 &&
+            (w0 & 0xFF0000FF00000000) == 0x2D00002D00000000;
+  const std::uint64_t p0 = x0 * 10 + (x0 >> 8);
+  const std::uint64_t p1 = x1 * 10 + (x1 >> 8);
+  const auto byte = [](std::uint64_t p, int i) {
+    return static_cast<std::int64_t>(p >> 8 * i & 0xFF);
+  };
+  const std::int64_t year = byte(p0, 0) * 100 + byte(p0, 2);
+  const std::int64_t month = byte(p0, 5);
+  const std::int64_t day = byte(p1, 0);
+  std::int64_t hour = 0, minute = 0, second = 0, fraction = 0;
+  int kept = 0;
   const auto two = [&](std::size_t i) {
     const std::uint32_t hi = digit(i), lo = digit(i + 1);
     ok &= hi < 10 && lo < 10;
     return static_cast<std::int64_t>(hi * 10 + lo);
   };
-  const std::int64_t year = two(0) * 100 + two(2);
-  const std::int64_t month = two(5);
-  const std::int64_t day = two(8);
-  ok &= code(4) == u'-' && code(7) == u'-';
-  std::int64_t hour = 0, minute = 0, second = 0, fraction = 0;
-  int kept = 0;
-  if (size > 10) {
+  if (timed) {
     const std::uint32_t separator = code(10);
     if (size < 16 ||
         (separator != u'T' && separator != u't' && separator != u' '))
       return false;
-    hour = two(11);
-    minute = two(14);
-    ok &= code(13) == u':';
+    hour = byte(p1, 3);
+    minute = byte(p1, 6);
+    ok &= b[13] == u':';
     std::size_t at = 16;
     if (at < size && code(at) == u':') {
       if (size < at + 3) return false;

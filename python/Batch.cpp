@@ -427,19 +427,26 @@ struct IsoOutcome {
   std::size_t chunkStart = 0;
 };
 
-// The code units of element `i`, up to its first NUL. A str array's
-// elements are read in place where they lie on 4-byte boundaries; NumPy
-// does not promise that (an unaligned view), so `spare` takes a copy then.
+// The code units of element `i` up to its first NUL (`trimmed`: up to its
+// last unit that is not NUL, which is quicker to find in a padded array
+// and is the same text unless a NUL lies inside, which no ISO reading
+// has). A str array's elements are read in place where they lie on 4-byte
+// boundaries; NumPy does not promise that (an unaligned view), so `spare`
+// takes a copy then.
 template <typename Char>
 std::basic_string_view<Char> textAt(const unsigned char* data,
                                     std::size_t width, std::size_t i,
-                                    std::u32string& spare) {
+                                    bool trimmed, std::u32string& spare) {
   const unsigned char* item = data + width * i;
   if constexpr (sizeof(Char) == 1) {
-    const auto* end =
-        static_cast<const unsigned char*>(std::memchr(item, 0, width));
-    return {reinterpret_cast<const char*>(item),
-            end ? static_cast<std::size_t>(end - item) : width};
+    const auto* p = reinterpret_cast<const char*>(item);
+    std::size_t len = width;
+    if (trimmed) {
+      while (len > 0 && p[len - 1] == 0) --len;
+    } else if (const void* nul = std::memchr(p, 0, width)) {
+      len = static_cast<std::size_t>(static_cast<const char*>(nul) - p);
+    }
+    return {p, len};
   } else {
     const std::size_t units = width / 4;
     const char32_t* p = reinterpret_cast<const char32_t*>(item);
@@ -447,15 +454,13 @@ std::basic_string_view<Char> textAt(const unsigned char* data,
       std::memcpy(spare.data(), item, 4 * units);
       p = spare.data();
     }
-    // Eight units at a time, a test the compiler vectorizes, to the block
-    // with the first NUL.
     std::size_t len = 0;
-    for (; len + 8 <= units; len += 8) {
-      bool nul = false;
-      for (std::size_t k = 0; k < 8; ++k) nul |= p[len + k] == 0;
-      if (nul) break;
+    if (trimmed) {
+      len = units;
+      while (len > 0 && p[len - 1] == 0) --len;
+    } else {
+      while (len < units && p[len] != 0) ++len;
     }
-    while (len < units && p[len] != 0) ++len;
     return {p, len};
   }
 }
@@ -475,8 +480,11 @@ void isoLoop(const py::buffer_info& texts, TimeStandard ts, Convert&& convert,
     const std::size_t count = std::min(kChunk, n - start);
     for (std::size_t j = 0; j < count; ++j) {
       DateTimeStruct c;
-      if (KvDateTime::DateTimeParser::tryParseIso8601Fast(
-              textAt<Char>(data, width, start + j, spare), ts, c)) {
+      const auto read = [&](bool trimmed) {
+        return !KvDateTime::DateTimeParser::tryParseIso8601Fast(
+            textAt<Char>(data, width, start + j, trimmed, spare), ts, c);
+      };
+      if (!read(true) && !read(false)) {
         outcome.refused = start + j;
         return;
       }
