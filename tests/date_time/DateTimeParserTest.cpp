@@ -509,6 +509,9 @@ TEST(PatternReading, SuccessAllocatesNothing) {
     r = DateTimeParser::parse(text, pattern, UTC);
     r = DateTimeParser::parseIso8601("2016-12-31T23:59:60.5Z", UTC);
     r = DateTimeParser::parse("20240305", "yyyyMMdd", UTC);
+    EXPECT_FALSE(
+        DateTimeParser::tryParseIso8601Fast(U"2016-12-31T23:59:59.5Z", UTC, r));
+    EXPECT_FALSE(DateTimeParser::tryParseIso8601Fast("2024-03-05", UTC, r));
   }
   EXPECT_EQ(kvtest::allocations.load() - before, 0);
   EXPECT_EQ(r, DateTimeStruct::unchecked(2024, 3, 5, 0, 0, 0));
