@@ -4,6 +4,9 @@
 //   ours parseIso8601 55   ours by pattern 180   date::parse 866
 //   strptime + timegm 130
 //   ratios ours/date::parse 0.06, ours/strptime+timegm 0.42.
+// 2026-11-24, same VM (load average about 5.5), --benchmark_repetitions=5
+// medians: parseIso8601 56.1, tryParseIso8601Fast on bytes 19.8 and on
+// code points 22.2, strptime + timegm 136, date::parse 926.
 //
 // Reading ISO 8601 texts beside Hinnant's date::parse and libc's strptime +
 // timegm, on the same fixed-seed texts "YYYY-MM-DDTHH:MM:SS.ffffff"
