@@ -858,6 +858,34 @@ kvsvDiagnostic readIso8601Fast(std::basic_string_view<Char> text,
   return readIso8601(text, ts, result);
 }
 
+// The text of one padded element: up to its last unit that is not NUL
+// first, which is quick to find where the padding is, and is the same text
+// unless a NUL lies inside, which no ISO reading has; up to its first NUL
+// only when that one is refused.
+template <typename Char>
+std::size_t readRows(const Char* texts, std::size_t stride, std::size_t count,
+                     TimeStandard ts, double* rows) {
+  for (std::size_t i = 0; i < count; ++i) {
+    const Char* p = texts + stride * i;
+    std::size_t size = stride;
+    while (size > 0 && p[size - 1] == 0) --size;
+    DateTimeStruct r;
+    if (!readIso8601Usual(std::basic_string_view<Char>(p, size), ts, r)) {
+      std::size_t first = 0;
+      while (first < size && p[first] != 0) ++first;
+      if (readIso8601(std::basic_string_view<Char>(p, first), ts, r)) return i;
+    }
+    double* row = rows + 6 * i;
+    row[0] = r.year;
+    row[1] = r.month;
+    row[2] = r.day;
+    row[3] = r.hour;
+    row[4] = r.minute;
+    row[5] = r.second;
+  }
+  return count;
+}
+
 DateTimeStruct orThrow(kvsvDiagnostic diagnostic, const DateTimeStruct& r) {
   if (diagnostic) {
     kvsvThrowIExceptionFromDiagnostic(diagnostic, nullptr);
@@ -918,6 +946,20 @@ kvsvDiagnostic DateTimeParser::tryParseIso8601Fast(std::u32string_view text,
                                                    TimeStandard ts,
                                                    DateTimeStruct& result) {
   return readIso8601Fast(text, ts, result);
+}
+
+std::size_t DateTimeParser::readIso8601Rows(const char* texts,
+                                            std::size_t stride,
+                                            std::size_t count, TimeStandard ts,
+                                            double* rows) {
+  return readRows(texts, stride, count, ts, rows);
+}
+
+std::size_t DateTimeParser::readIso8601Rows(const char32_t* texts,
+                                            std::size_t stride,
+                                            std::size_t count, TimeStandard ts,
+                                            double* rows) {
+  return readRows(texts, stride, count, ts, rows);
 }
 
 DateTimeStruct DateTimeParser::parseIso8601(std::u16string_view text,

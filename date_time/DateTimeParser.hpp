@@ -69,6 +69,7 @@
 // diagnostic.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 #include "date_time/DateTimeStruct.hpp"
@@ -130,6 +131,20 @@ class KVDT_EXPORT DateTimeParser {
   static kvsvDiagnostic tryParseIso8601Fast(std::u32string_view text,
                                             TimeStandard ts,
                                             DateTimeStruct& result);
+
+  // tryParseIso8601Fast over `count` texts laid `stride` code units apart,
+  // each ending at its first NUL or after `stride` units (as a NumPy str or
+  // bytes array holds them), into six doubles a text (year, month, day,
+  // hour, minute, second). Returns how many texts were read before the
+  // first it refuses (`count` when none); ask tryParseIso8601Fast for that
+  // one's diagnostic. Allocates nothing but for a text off the usual layout
+  // that fails.
+  static std::size_t readIso8601Rows(const char* texts, std::size_t stride,
+                                     std::size_t count, TimeStandard ts,
+                                     double* rows);
+  static std::size_t readIso8601Rows(const char32_t* texts, std::size_t stride,
+                                     std::size_t count, TimeStandard ts,
+                                     double* rows);
 };
 
 }  // namespace KvDateTime

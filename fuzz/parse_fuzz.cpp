@@ -13,7 +13,8 @@
 //   the same record, which pins the values the digits stand for;
 // - an ISO 8601 success has the text's own year, month, day, hour and
 //   minute digits in its record, and the fast ISO entry point gives the
-//   same record or the same Id and position for code points and bytes.
+//   same record or the same Id and position for code points and bytes,
+//   and its row reader reads the text padded as an array holds it.
 
 #include <cstring>
 #include <stdexcept>
@@ -148,6 +149,14 @@ void checkIso(const std::u16string& text, TimeStandard ts) {
   if (d) {
     KVFUZZ_CHECK(f->arguments().at(2) == d->arguments().at(2), where);
   }
+  // The row reader on the text padded with NULs, as an array holds it.
+  const std::u32string padded = points + U'\0' + U'\0';
+  double row[6] = {};
+  const std::size_t read =
+      DateTimeParser::readIso8601Rows(padded.data(), padded.size(), 1, ts, row);
+  KVFUZZ_CHECK(read == (d ? 0u : 1u), where);
+  if (!d)
+    KVFUZZ_CHECK(std::memcmp(row, r.toArray().data(), sizeof row) == 0, where);
   if (ascii(text)) {
     const kvsvDiagnostic b =
         DateTimeParser::tryParseIso8601Fast(narrow(text), ts, bytes);

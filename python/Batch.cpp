@@ -427,74 +427,33 @@ struct IsoOutcome {
   std::size_t chunkStart = 0;
 };
 
-// The code units of element `i` up to its first NUL (`trimmed`: up to its
-// last unit that is not NUL, which is quicker to find in a padded array
-// and is the same text unless a NUL lies inside, which no ISO reading
-// has). A str array's elements are read in place where they lie on 4-byte
-// boundaries; NumPy does not promise that (an unaligned view), so `spare`
-// takes a copy then.
-template <typename Char>
-std::basic_string_view<Char> textAt(const unsigned char* data,
-                                    std::size_t width, std::size_t i,
-                                    bool trimmed, std::u32string& spare) {
-  const unsigned char* item = data + width * i;
-  if constexpr (sizeof(Char) == 1) {
-    const auto* p = reinterpret_cast<const char*>(item);
-    std::size_t len = width;
-    if (trimmed) {
-      while (len > 0 && p[len - 1] == 0) --len;
-    } else if (const void* nul = std::memchr(p, 0, width)) {
-      len = static_cast<std::size_t>(static_cast<const char*>(nul) - p);
-    }
-    return {p, len};
-  } else {
-    const std::size_t units = width / 4;
-    const char32_t* p = reinterpret_cast<const char32_t*>(item);
-    if (reinterpret_cast<std::uintptr_t>(item) % alignof(char32_t) != 0) {
-      std::memcpy(spare.data(), item, 4 * units);
-      p = spare.data();
-    }
-    std::size_t len = 0;
-    if (trimmed) {
-      len = units;
-      while (len > 0 && p[len - 1] == 0) --len;
-    } else {
-      while (len < units && p[len] != 0) ++len;
-    }
-    return {p, len};
-  }
-}
-
-// Parses a chunk of texts into calendar rows, then hands the rows to
-// `convert` (start, rows), a chunk at a time so that the rows stay in cache.
+// Reads a chunk of texts into calendar rows with the library's row reader,
+// then hands the rows to `convert` (start, rows), a chunk at a time so that
+// the rows stay in cache. A str array's elements are read in place where
+// they lie on 4-byte boundaries; NumPy does not promise that (an unaligned
+// view), so `aligned` takes a copy of them then.
 template <typename Char, typename Convert>
 void isoLoop(const py::buffer_info& texts, TimeStandard ts, Convert&& convert,
              IsoOutcome& outcome) {
   constexpr std::size_t kChunk = 256;
   const std::size_t n = static_cast<std::size_t>(texts.size);
-  const std::size_t width = static_cast<std::size_t>(texts.itemsize);
-  const auto* data = static_cast<const unsigned char*>(texts.ptr);
-  std::u32string spare(sizeof(Char) == 4 ? width / 4 : 0, U'\0');
+  const std::size_t stride =
+      static_cast<std::size_t>(texts.itemsize) / sizeof(Char);
+  const auto* data = static_cast<const Char*>(texts.ptr);
+  std::vector<Char> aligned;
+  if (reinterpret_cast<std::uintptr_t>(texts.ptr) % alignof(Char) != 0) {
+    aligned.resize(n * stride);
+    std::memcpy(aligned.data(), texts.ptr, n * stride * sizeof(Char));
+    data = aligned.data();
+  }
   double rows[6 * kChunk];
   for (std::size_t start = 0; start < n; start += kChunk) {
     const std::size_t count = std::min(kChunk, n - start);
-    for (std::size_t j = 0; j < count; ++j) {
-      DateTimeStruct c;
-      const auto read = [&](bool trimmed) {
-        return !KvDateTime::DateTimeParser::tryParseIso8601Fast(
-            textAt<Char>(data, width, start + j, trimmed, spare), ts, c);
-      };
-      if (!read(true) && !read(false)) {
-        outcome.refused = start + j;
-        return;
-      }
-      double* row = rows + 6 * j;
-      row[0] = c.year;
-      row[1] = c.month;
-      row[2] = c.day;
-      row[3] = c.hour;
-      row[4] = c.minute;
-      row[5] = c.second;
+    const std::size_t read = KvDateTime::DateTimeParser::readIso8601Rows(
+        data + stride * start, stride, count, ts, rows);
+    if (read < count) {
+      outcome.refused = start + read;
+      return;
     }
     if (outcome.converting) continue;
     try {

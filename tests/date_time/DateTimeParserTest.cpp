@@ -8,6 +8,7 @@
 #pragma GCC diagnostic pop
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cfenv>
 #include <chrono>
 #include <cmath>
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -537,6 +539,12 @@ TEST(IsoReading, FastEntryPointIsTheReader) {
   // U+0130 and U+FF1A end in the bytes of '0' and ':'.
   const std::u32string edits =
       U"0795-:Tt .,Zz\u00e9\u0130\uff1a\u4e00\U0001F600";
+  // Per standard, the texts read NUL-padded to 48 units, as a NumPy array
+  // holds them, then one refused: the row reader's input, and its rows.
+  constexpr std::size_t kStride = 48;
+  std::u32string padded[4];
+  std::vector<double> rows[4];
+  std::optional<std::u32string> refused[4];
   for (int i = 0; i < 20000; ++i) {
     char base[64];
     std::snprintf(base, sizeof base, "%04d-%02d-%02d%c%02d:%02d:%02d",
@@ -582,6 +590,13 @@ TEST(IsoReading, FastEntryPointIsTheReader) {
         DateTimeParser::tryParseIso8601Fast(text, ts, wide);
     ASSERT_EQ(idOf(f), idOf(d));
     ASSERT_EQ(idOf(w), idOf(d));
+    const auto s = static_cast<std::size_t>(ts);
+    if (d && !refused[s]) refused[s] = text;
+    if (!d && text.size() <= kStride) {
+      padded[s] += text + std::u32string(kStride - text.size(), U'\0');
+      const std::array<double, 6> row = expected.toArray();
+      rows[s].insert(rows[s].end(), row.begin(), row.end());
+    }
     if (!d) {
       EXPECT_EQ(std::memcmp(&fast, &expected, sizeof fast), 0);
       EXPECT_EQ(std::memcmp(&wide, &expected, sizeof wide), 0);
@@ -602,6 +617,18 @@ TEST(IsoReading, FastEntryPointIsTheReader) {
     if (asciiOnly) {
       EXPECT_EQ(w->arguments(), d->arguments());
     }
+  }
+  for (std::size_t s = 0; s < 4; ++s) {
+    ASSERT_TRUE(refused[s] && refused[s]->size() <= kStride);
+    padded[s] += *refused[s] + std::u32string(kStride - refused[s]->size(), 0);
+    const std::size_t count = padded[s].size() / kStride;
+    std::vector<double> got(6 * count, -1.0);
+    EXPECT_EQ(DateTimeParser::readIso8601Rows(padded[s].data(), kStride, count,
+                                              static_cast<TimeStandard>(s),
+                                              got.data()),
+              rows[s].size() / 6);
+    got.resize(rows[s].size());
+    EXPECT_EQ(got, rows[s]);
   }
 }
 
