@@ -643,7 +643,6 @@ void bindBatch(py::module_& m) {
         const py::buffer_info info = a.request();
         const auto n = static_cast<std::size_t>(info.size);
         const bool ucs4 = kind == 'U';
-        std::optional<std::size_t> refused;
         // Every text is read before a bad epoch or storage is reported.
         Epoch e{};
         std::optional<FXP::DataType> type;

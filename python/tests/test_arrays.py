@@ -115,7 +115,8 @@ def test_iso_texts_parse_as_the_two_step_read_does(seed):
         texts[i] = t[:k] + r.choice(list("09-:Tt .,Zz\0é\U0001F600")) + \
             t[k + r.integers(0, 2):]
     ascii_only = all(t.isascii() for t in texts)
-    for given in (texts, texts.reshape(3, 4)) + (
+    unaligned = np.frombuffer(b"\0" + texts.tobytes(), texts.dtype, offset=1)
+    for given in (texts, texts.reshape(3, 4), unaligned) + (
             (texts.astype("S"),) if ascii_only else ()):
         for standard in ("utc", "tai"):
             for storage in ("double", "int32", "s64:20", "s128:64", "bad"):
