@@ -15,9 +15,9 @@ UCS-4 buffer in place with the fast ISO reader and converts the readings a
 chunk at a time.
 
 Result, 2026-11-24, shared 2-vCPU VM under other builds (load average
-5-6), four runs: strings to stored 30.6-61.7 ns a text, np/kv 5.2-6.5
-(goal 3), ap/kv 8.4-22.0 (goal 20, met in the quietest run only); stored
-to calendar pyerfa/kv 6.5-11.6 (goal 5).
+5.1), three runs: strings to stored 37.3-46.9 ns a text, np/kv 5.4-5.8
+(goal 3), ap/kv 8.0-15.2 (goal 20, not met; earlier runs at load 5-8 gave
+3.3-22); stored to calendar pyerfa/kv 9.1-10.0 (goal 5).
 
 usage: PYTHONPATH=<build>/python python3 bench_batch.py [N]
 """
