@@ -69,6 +69,7 @@
 // diagnostic.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 #include "date_time/DateTimeStruct.hpp"
@@ -115,6 +116,35 @@ class KVDT_EXPORT DateTimeParser {
                                         DateTimeStruct& result);
   static kvsvDiagnostic tryParseIso8601(std::string_view text, TimeStandard ts,
                                         DateTimeStruct& result);
+
+  // tryParseIso8601 for texts read in bulk: the usual layout
+  // ("yyyy-MM-ddTHH:mm:ss.fff...Z" and its shorter forms) is read in one
+  // pass with no bookkeeping per field, and anything else, or a reading
+  // that needs validateDateTime (a leap second, a day past the month's end),
+  // goes to tryParseIso8601's reader. Results and diagnostics are those of
+  // tryParseIso8601 for the same code units. Code points (UTF-32, as a
+  // NumPy str array holds them) count positions in code points; their text
+  // argument is UTF-8, a surrogate or a value past U+10FFFF as U+FFFD.
+  static kvsvDiagnostic tryParseIso8601Fast(std::string_view text,
+                                            TimeStandard ts,
+                                            DateTimeStruct& result);
+  static kvsvDiagnostic tryParseIso8601Fast(std::u32string_view text,
+                                            TimeStandard ts,
+                                            DateTimeStruct& result);
+
+  // tryParseIso8601Fast over `count` texts laid `stride` code units apart,
+  // each ending at its first NUL or after `stride` units (as a NumPy str or
+  // bytes array holds them), into six doubles a text (year, month, day,
+  // hour, minute, second). Returns how many texts were read before the
+  // first it refuses (`count` when none); ask tryParseIso8601Fast for that
+  // one's diagnostic. Allocates nothing but for a text off the usual layout
+  // that fails.
+  static std::size_t readIso8601Rows(const char* texts, std::size_t stride,
+                                     std::size_t count, TimeStandard ts,
+                                     double* rows);
+  static std::size_t readIso8601Rows(const char32_t* texts, std::size_t stride,
+                                     std::size_t count, TimeStandard ts,
+                                     double* rows);
 };
 
 }  // namespace KvDateTime

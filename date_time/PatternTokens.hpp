@@ -61,11 +61,16 @@ struct PatternProblem {
 };
 
 // One pattern unit as a 16-bit unit: a UTF-8 byte keeps its value, so it
-// can only ever be literal.
+// can only ever be literal. A code point past the 16-bit range becomes
+// U+FFFF, a noncharacter no pattern names, instead of its low half, which
+// could pass for an ASCII letter or digit.
 template <typename Char>
 constexpr char16_t unitOf(Char c) noexcept {
   if constexpr (sizeof(Char) == 1) {
     return static_cast<char16_t>(static_cast<unsigned char>(c));
+  } else if constexpr (sizeof(Char) == 4) {
+    const auto code = static_cast<std::uint32_t>(c);
+    return code > 0xFFFF ? u'\uFFFF' : static_cast<char16_t>(code);
   } else {
     return static_cast<char16_t>(c);
   }
@@ -140,6 +145,33 @@ struct FirstProblem {
 template <typename Char>
 resource_core::MsgArgument textArgument(std::basic_string_view<Char> text) {
   return resource_core::MsgArgument(std::basic_string<Char>(text));
+}
+
+// Code points have no argument type of their own: they go as UTF-8, with
+// U+FFFD for a surrogate or a value past U+10FFFF, as 16-bit text does for
+// an unpaired surrogate.
+inline resource_core::MsgArgument textArgument(std::u32string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (char32_t c : text) {
+    if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) c = 0xFFFD;
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (c < 0x800) {
+      out += static_cast<char>(0xC0 | c >> 6);
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      out += static_cast<char>(0xE0 | c >> 12);
+      out += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      out += static_cast<char>(0xF0 | c >> 18);
+      out += static_cast<char>(0x80 | (c >> 12 & 0x3F));
+      out += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return resource_core::MsgArgument(std::move(out));
 }
 
 template <typename Char>

@@ -12,7 +12,9 @@
 //   lone "0" stays, so a run cannot vanish); parsing that text again gives
 //   the same record, which pins the values the digits stand for;
 // - an ISO 8601 success has the text's own year, month, day, hour and
-//   minute digits in its record.
+//   minute digits in its record, and the fast ISO entry point gives the
+//   same record or the same Id and position for code points and bytes,
+//   and its row reader reads the text padded as an array holds it.
 
 #include <cstring>
 #include <stdexcept>
@@ -138,6 +140,28 @@ void checkIso(const std::u16string& text, TimeStandard ts) {
   DateTimeStruct r;
   const kvsvDiagnostic d = DateTimeParser::tryParseIso8601(text, ts, r);
   const std::string where = narrow(text);
+  // The fast entry point reads code points and bytes as this reader does.
+  const std::u32string points(text.begin(), text.end());
+  DateTimeStruct fast = r, bytes = r;
+  const kvsvDiagnostic f =
+      DateTimeParser::tryParseIso8601Fast(points, ts, fast);
+  KVFUZZ_CHECK(idOf(f) == idOf(d) && fast == r, where + " " + idOf(f));
+  if (d) {
+    KVFUZZ_CHECK(f->arguments().at(2) == d->arguments().at(2), where);
+  }
+  // The row reader on the text padded with NULs, as an array holds it.
+  const std::u32string padded = points + U'\0' + U'\0';
+  double row[6] = {};
+  const std::size_t read =
+      DateTimeParser::readIso8601Rows(padded.data(), padded.size(), 1, ts, row);
+  KVFUZZ_CHECK(read == (d ? 0u : 1u), where);
+  if (!d)
+    KVFUZZ_CHECK(std::memcmp(row, r.toArray().data(), sizeof row) == 0, where);
+  if (ascii(text)) {
+    const kvsvDiagnostic b =
+        DateTimeParser::tryParseIso8601Fast(narrow(text), ts, bytes);
+    KVFUZZ_CHECK(idOf(b) == idOf(d) && bytes == r, where + " " + idOf(b));
+  }
   if (d) {
     KVFUZZ_CHECK(kvfuzz::oneOf(idOf(d), kParseIds), where + " " + idOf(d));
     return;

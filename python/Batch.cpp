@@ -12,11 +12,13 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <type_traits>
 #include <variant>
 #include <vector>
@@ -276,12 +278,14 @@ struct LibraryOutput {
 
 // Raises a failure of the library's array functions as the element's own
 // failure, under its index, as a loop of scalar calls would.
-[[noreturn]] void raiseBatch(std::exception_ptr error) {
+// `offset`: where the library's span started in the caller's array.
+[[noreturn]] void raiseBatch(std::exception_ptr error, std::size_t offset = 0) {
   try {
     std::rethrow_exception(error);
   } catch (const foundation::core::except::IException& e) {
     if (e.identifier() == "Korvane:DateTime:BatchElementFailed") {
       const auto index =
+          offset +
           static_cast<std::size_t>(std::get<std::int64_t>(e.arguments().at(0)));
       try {
         std::rethrow_if_nested(e);
@@ -350,61 +354,115 @@ const bool* flagData(const std::optional<py::array_t<bool>>& flags) {
   return flags ? flags->data() : nullptr;
 }
 
-// Texts from a NumPy array of str (UCS-4, padded with NULs) or bytes, read
-// by the parser as UTF-8 into calendar rows. One buffer, made before the
-// loop, serves every element.
+// One text of a NumPy array of str (UCS-4, padded with NULs) or bytes,
+// read by the parser as UTF-8. `out` holds an element's width in bytes.
+DateTimeStruct parseText(const unsigned char* item, std::size_t width,
+                         bool ucs4, const std::string* pattern, TimeStandard ts,
+                         char* out) {
+  std::size_t len = 0;
+  if (ucs4) {
+    for (std::size_t k = 0; k + 4 <= width; k += 4) {
+      char32_t c;
+      std::memcpy(&c, item + k, 4);
+      if (c == 0) break;
+      if (c < 0x80) {
+        out[len++] = static_cast<char>(c);
+      } else if (c < 0x800) {
+        out[len++] = static_cast<char>(0xC0 | c >> 6);
+        out[len++] = static_cast<char>(0x80 | (c & 0x3F));
+      } else if (c < 0x10000) {
+        out[len++] = static_cast<char>(0xE0 | c >> 12);
+        out[len++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        out[len++] = static_cast<char>(0x80 | (c & 0x3F));
+      } else {
+        out[len++] = static_cast<char>(0xF0 | c >> 18);
+        out[len++] = static_cast<char>(0x80 | (c >> 12 & 0x3F));
+        out[len++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        out[len++] = static_cast<char>(0x80 | (c & 0x3F));
+      }
+    }
+  } else {
+    const auto* end =
+        static_cast<const unsigned char*>(std::memchr(item, 0, width));
+    len = end ? static_cast<std::size_t>(end - item) : width;
+    std::memcpy(out, item, len);
+  }
+  const std::string_view text(out, len);
+  return pattern ? KvDateTime::DateTimeParser::parse(text, *pattern, ts)
+                 : KvDateTime::DateTimeParser::parseIso8601(text, ts);
+}
+
+// The texts into calendar rows. One buffer, made before the loop, serves
+// every element: UTF-8 takes at most 4 bytes a code point, as UCS-4 does.
 Outcome parseLoop(const py::buffer_info& texts, bool ucs4,
                   const std::string* pattern, TimeStandard ts, double* rows) {
   const std::size_t n = static_cast<std::size_t>(texts.size);
   const std::size_t width = static_cast<std::size_t>(texts.itemsize);
   const auto* data = static_cast<const unsigned char*>(texts.ptr);
-  // UTF-8 takes at most 4 bytes a code point, as UCS-4 does: a buffer as
-  // wide as an element holds any of them.
   std::string buffer(width, '\0');
-  char* const out = buffer.data();
   std::size_t i = 0;
   try {
     for (; i < n; ++i) {
-      const unsigned char* item = data + width * i;
-      std::size_t len = 0;
-      if (ucs4) {
-        for (std::size_t k = 0; k + 4 <= width; k += 4) {
-          char32_t c;
-          std::memcpy(&c, item + k, 4);
-          if (c == 0) break;
-          if (c < 0x80) {
-            out[len++] = static_cast<char>(c);
-          } else if (c < 0x800) {
-            out[len++] = static_cast<char>(0xC0 | c >> 6);
-            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
-          } else if (c < 0x10000) {
-            out[len++] = static_cast<char>(0xE0 | c >> 12);
-            out[len++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
-            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
-          } else {
-            out[len++] = static_cast<char>(0xF0 | c >> 18);
-            out[len++] = static_cast<char>(0x80 | (c >> 12 & 0x3F));
-            out[len++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
-            out[len++] = static_cast<char>(0x80 | (c & 0x3F));
-          }
-        }
-      } else {
-        const auto* end =
-            static_cast<const unsigned char*>(std::memchr(item, 0, width));
-        len = end ? static_cast<std::size_t>(end - item) : width;
-        std::memcpy(out, item, len);
-      }
-      const std::string_view text(out, len);
-      const DateTimeStruct c =
-          pattern ? KvDateTime::DateTimeParser::parse(text, *pattern, ts)
-                  : KvDateTime::DateTimeParser::parseIso8601(text, ts);
-      const std::array<double, 6> fields = c.toArray();
+      const std::array<double, 6> fields =
+          parseText(data + width * i, width, ucs4, pattern, ts, buffer.data())
+              .toArray();
       std::memcpy(rows + 6 * i, fields.data(), sizeof fields);
     }
   } catch (...) {
     return Failure{i, std::current_exception()};
   }
   return std::nullopt;
+}
+
+// --- ISO 8601 texts straight to stored values ------------------------------
+
+// What the fused loop found: the first text the parser refused (its
+// diagnostic is made again by parseText, so that it names the text and the
+// position as they always have), and the first failure of the conversion
+// that follows, kept only to be raised if every text parses, as the parse
+// of all texts came before any conversion.
+struct IsoOutcome {
+  std::optional<std::size_t> refused;
+  std::exception_ptr converting;
+  std::size_t chunkStart = 0;
+};
+
+// Reads a chunk of texts into calendar rows with the library's row reader,
+// then hands the rows to `convert` (start, rows), a chunk at a time so that
+// the rows stay in cache. A str array's elements are read in place where
+// they lie on 4-byte boundaries; NumPy does not promise that (an unaligned
+// view), so `aligned` takes a copy of them then.
+template <typename Char, typename Convert>
+void isoLoop(const py::buffer_info& texts, TimeStandard ts, Convert&& convert,
+             IsoOutcome& outcome) {
+  constexpr std::size_t kChunk = 256;
+  const std::size_t n = static_cast<std::size_t>(texts.size);
+  const std::size_t stride =
+      static_cast<std::size_t>(texts.itemsize) / sizeof(Char);
+  const auto* data = static_cast<const Char*>(texts.ptr);
+  std::vector<Char> aligned;
+  if (reinterpret_cast<std::uintptr_t>(texts.ptr) % alignof(Char) != 0) {
+    aligned.resize(n * stride);
+    std::memcpy(aligned.data(), texts.ptr, n * stride * sizeof(Char));
+    data = aligned.data();
+  }
+  double rows[6 * kChunk];
+  for (std::size_t start = 0; start < n; start += kChunk) {
+    const std::size_t count = std::min(kChunk, n - start);
+    const std::size_t read = KvDateTime::DateTimeParser::readIso8601Rows(
+        data + stride * start, stride, count, ts, rows);
+    if (read < count) {
+      outcome.refused = start + read;
+      return;
+    }
+    if (outcome.converting) continue;
+    try {
+      convert(start, std::span<const double>(rows, 6 * count));
+    } catch (...) {
+      outcome.converting = std::current_exception();
+      outcome.chunkStart = start;
+    }
+  }
 }
 
 }  // namespace
@@ -569,6 +627,81 @@ void bindBatch(py::module_& m) {
       py::arg("standard") = utc,
       "Texts (any shape, read in order) to an (n, 6) float64 array of "
       "calendar fields, by a pattern, or as ISO 8601 when None.");
+
+  m.def(
+      "parse_iso8601",
+      [](ArrayLike texts, EpochLike epoch, StandardLike standard,
+         StorageLike storage) {
+        // Arguments are checked in the order parse_calendar and then
+        // from_calendar check them, so each failure is the one it was.
+        const TimeStandard ts = standardArg(standard);
+        const py::array a = py::array::ensure(texts, py::array::c_style);
+        const char kind = a ? a.dtype().kind() : '?';
+        if (kind != 'U' && kind != 'S')
+          throw py::type_error(
+              "texts must be an array of str (or bytes in UTF-8)");
+        const py::buffer_info info = a.request();
+        const auto n = static_cast<std::size_t>(info.size);
+        const bool ucs4 = kind == 'U';
+        // Every text is read before a bad epoch or storage is reported.
+        Epoch e{};
+        std::optional<FXP::DataType> type;
+        try {
+          e = epochArg(epoch);
+          type = storageArg(storage);
+        } catch (...) {
+          py::array_t<double> rows({n, std::size_t{6}});
+          double* out = rows.mutable_data();
+          runReleased([&] { return parseLoop(info, ucs4, nullptr, ts, out); });
+          throw;
+        }
+        LibraryOutput out(*type, n);
+        py::array_t<bool> flags(n);
+        const std::span<bool> flagsOut(flags.mutable_data(), n);
+        const std::size_t size = type->sizeofCompact();
+        const auto convert = [&](std::size_t start,
+                                 std::span<const double> rows) {
+          const std::size_t count = rows.size() / 6;
+          const std::span<bool> fl = flagsOut.subspan(start, count);
+          if (type->isDouble())
+            KvDateTime::Batch::fromCalendarChecked(
+                rows, e, ts, out.doubles.subspan(start, count), fl);
+          else
+            KvDateTime::Batch::fromCalendarChecked(
+                rows, e, ts, *type,
+                out.bytes.subspan(size * start, size * count), fl);
+        };
+        IsoOutcome outcome;
+        {
+          py::gil_scoped_release release;
+          if (ucs4)
+            isoLoop<char32_t>(info, ts, convert, outcome);
+          else
+            isoLoop<char>(info, ts, convert, outcome);
+        }
+        if (outcome.refused) {
+          const std::size_t i = *outcome.refused;
+          std::string buffer(static_cast<std::size_t>(info.itemsize), '\0');
+          try {
+            parseText(static_cast<const unsigned char*>(info.ptr) +
+                          info.itemsize * static_cast<py::ssize_t>(i),
+                      buffer.size(), ucs4, nullptr, ts, buffer.data());
+          } catch (...) {
+            raise(std::current_exception(), i);
+          }
+          throw std::logic_error("the ISO 8601 readers disagree on text " +
+                                 std::to_string(i));
+        }
+        if (outcome.converting)
+          raiseBatch(outcome.converting, outcome.chunkStart);
+        out.finish(*type);
+        return py::make_tuple(out.array, flags);
+      },
+      py::arg("texts"), py::arg("epoch") = e1970, py::arg("standard") = utc,
+      py::arg("storage") = "double",
+      "ISO 8601 texts (any shape, read in order) to (stored values, "
+      "leap-second flags), as parse_calendar and then from_calendar give "
+      "them.");
 
   m.def(
       "storage_layout",

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
+#include <tuple>
 
 #include "date_time/StorageTypeName.hpp"
 
@@ -342,6 +343,38 @@ void bindTypes(py::module_& m) {
       .def_property_readonly(
           "hash_checked",
           [](const LeapTable& t) { return t.list() && t.list()->hashChecked; })
+      // By its entries, so that a table read from a file reaches worker
+      // processes as read (no second parse, no second expiry warning).
+      .def(py::pickle(
+          [](const LeapTable& t) {
+            if (!t.list()) return py::make_tuple(py::none());
+            const KvDateTime::LeapSecondList& l = *t.list();
+            py::list years;
+            for (const auto& [year, ends] : l.years)
+              years.append(py::make_tuple(year, ends.first, ends.second));
+            return py::make_tuple(years, l.updatedNtp, l.expiresNtp,
+                                  l.hashChecked);
+          },
+          [](const py::tuple& state) {
+            if (state.size() == 1 && state[0].is_none()) return LeapTable();
+            if (state.size() != 4)
+              throw py::value_error("not a LeapSecondTable state");
+            KvDateTime::LeapSecondList l;
+            for (const py::handle entry : state[0].cast<py::list>()) {
+              const auto [year, june, december] =
+                  entry.cast<std::tuple<std::int32_t, int, int>>();
+              if (june < -1 || june > 1 || december < -1 || december > 1)
+                throw py::value_error(
+                    "a leap-second year inserts -1, 0 or 1 seconds at each "
+                    "half's end");
+              l.years[year] = {static_cast<std::int8_t>(june),
+                               static_cast<std::int8_t>(december)};
+            }
+            l.updatedNtp = state[1].cast<std::optional<std::int64_t>>();
+            l.expiresNtp = state[2].cast<std::optional<std::int64_t>>();
+            l.hashChecked = state[3].cast<bool>();
+            return LeapTable(std::move(l));
+          }))
       .def("__repr__", [](const LeapTable& t) {
         return t.list() ? "<LeapSecondTable from a leap-seconds.list, " +
                               std::to_string(t.list()->years.size()) + " years>"

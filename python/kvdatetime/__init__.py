@@ -216,6 +216,10 @@ def parse(texts, pattern=None, epoch=Epoch.E1970, standard=TimeStandard.UTC,
     a = _np.asarray(texts)
     if a.dtype.kind == "O":
         a = a.astype(str)
-    rows = _ext.parse_calendar(a.reshape(-1), pattern, standard)
-    values, flags = _ext.from_calendar(rows, epoch, standard, storage)
+    if pattern is None:
+        values, flags = _ext.parse_iso8601(a.reshape(-1), epoch, standard,
+                                           storage)
+    else:
+        rows = _ext.parse_calendar(a.reshape(-1), pattern, standard)
+        values, flags = _ext.from_calendar(rows, epoch, standard, storage)
     return _stored_shaped(values, a.shape), flags.reshape(a.shape)

@@ -91,6 +91,49 @@ def test_iso_strings_parse_as_numpy_reads_them():
     np.testing.assert_array_equal(raw, values)
 
 
+def _two_step_parse(texts, standard, storage):
+    """kv.parse without a pattern as two calls: every text to a calendar
+    row, then the rows to stored values."""
+    a = np.asarray(texts)
+    rows = kv._ext.parse_calendar(a.reshape(-1), None, standard)
+    values, flags = kv._ext.from_calendar(rows, "1970", standard, storage)
+    return values.reshape(a.shape + values.shape[1:]), flags.reshape(a.shape)
+
+
+@pytest.mark.parametrize("seed", range(8))
+def test_iso_texts_parse_as_the_two_step_read_does(seed):
+    # Usual texts at random precision, leap seconds real and not, damaged
+    # at random: the same values and flags, or the same error and index.
+    r = np.random.default_rng(seed)
+    texts = np.datetime_as_string(NS[r.permutation(24)[:12]], unit=r.choice(
+        ["D", "m", "s", "ms", "us", "ns"])).astype("U40")
+    texts[r.integers(0, 12, 2)] = ["2016-12-31T23:59:60.25Z", "2015-06-30 "
+                                   "23:59:60", "9999-12-31T23:59:59.5"][seed % 3]
+    for i in r.integers(0, 12, seed // 4 * 2):
+        t = texts[i]
+        k = r.integers(0, len(t) + 1)
+        texts[i] = t[:k] + r.choice(list("09-:Tt .,Zz\0é\U0001F600")) + \
+            t[k + r.integers(0, 2):]
+    ascii_only = all(t.isascii() for t in texts)
+    unaligned = np.frombuffer(b"\0" + texts.tobytes(), texts.dtype, offset=1)
+    for given in (texts, texts.reshape(3, 4), unaligned) + (
+            (texts.astype("S"),) if ascii_only else ()):
+        for standard in ("utc", "tai"):
+            for storage in ("double", "int32", "s64:20", "s128:64", "bad"):
+                def outcome(parse):
+                    try:
+                        return parse(given, standard=standard, storage=storage)
+                    except (ValueError, OverflowError) as e:
+                        return type(e), str(e), getattr(e, "index", None)
+                got, want = outcome(kv.parse), outcome(_two_step_parse)
+                if isinstance(want[0], type):
+                    assert got == want
+                else:
+                    for g, w in zip(got, want):
+                        assert g.dtype == w.dtype and g.shape == w.shape
+                        np.testing.assert_array_equal(g, w)
+
+
 @pytest.mark.parametrize("pattern", [
     "yyyy-MM-dd HH:mm:ss.SSS", "dd.MM.yyyy'T'HHmmss", "EEEE, d MMMM yyyy",
     "yyyy-MM-dd HH:mm:ss.SSSSSS t"])

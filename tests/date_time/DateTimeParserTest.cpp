@@ -8,12 +8,15 @@
 #pragma GCC diagnostic pop
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cfenv>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -508,6 +511,9 @@ TEST(PatternReading, SuccessAllocatesNothing) {
     r = DateTimeParser::parse(text, pattern, UTC);
     r = DateTimeParser::parseIso8601("2016-12-31T23:59:60.5Z", UTC);
     r = DateTimeParser::parse("20240305", "yyyyMMdd", UTC);
+    EXPECT_FALSE(
+        DateTimeParser::tryParseIso8601Fast(U"2016-12-31T23:59:59.5Z", UTC, r));
+    EXPECT_FALSE(DateTimeParser::tryParseIso8601Fast("2024-03-05", UTC, r));
   }
   EXPECT_EQ(kvtest::allocations.load() - before, 0);
   EXPECT_EQ(r, DateTimeStruct::unchecked(2024, 3, 5, 0, 0, 0));
@@ -516,6 +522,114 @@ TEST(PatternReading, SuccessAllocatesNothing) {
                  DateTimeParser::parse(u"x", pattern, UTC);
                }).empty());
   EXPECT_GT(kvtest::allocations.load() - failing, 0);  // the diagnostic
+}
+
+// --------------------------------------------------------------- fast reader
+
+// The fast entry point against the reader it stands in for, on usual ISO
+// texts with a random fraction length, leap seconds and month ends, most of
+// them then damaged: the same record bits, and the same diagnostic (the
+// code-point overload's text argument as UTF-8, its position in code
+// points, so compared where the 16-bit units are the code points).
+TEST(IsoReading, FastEntryPointIsTheReader) {
+  std::mt19937 rng(8601);
+  const auto pick = [&](int lo, int hi) {
+    return std::uniform_int_distribution<int>(lo, hi)(rng);
+  };
+  // U+0130 and U+FF1A end in the bytes of '0' and ':'.
+  const std::u32string edits =
+      U"0795-:Tt .,Zz\u00e9\u0130\uff1a\u4e00\U0001F600";
+  // Per standard, the texts read NUL-padded to 48 units, as a NumPy array
+  // holds them, then one refused: the row reader's input, and its rows.
+  constexpr std::size_t kStride = 48;
+  std::u32string padded[4];
+  std::vector<double> rows[4];
+  std::optional<std::u32string> refused[4];
+  for (int i = 0; i < 20000; ++i) {
+    char base[64];
+    std::snprintf(base, sizeof base, "%04d-%02d-%02d%c%02d:%02d:%02d",
+                  pick(1399, 10000), pick(0, 13), pick(27, 32),
+                  "Tt "[pick(0, 2)], pick(0, 24), pick(0, 60),
+                  pick(0, 9) == 0 ? 60 : pick(0, 61));
+    std::u32string text(base, base + std::strlen(base));
+    if (pick(0, 3) == 0) text.resize(pick(0, 1) ? 10 : 16);
+    if (text.size() == 19 && pick(0, 1)) {
+      text += U".,"[pick(0, 1)];
+      for (int k = pick(0, 20); k > 0; --k) text += U'0' + pick(0, 9);
+    }
+    if (text.size() > 10 && pick(0, 2) == 0) text += U"Zz"[pick(0, 1)];
+    for (int k = pick(0, 2); k > 0 && !text.empty(); --k) {
+      const auto at = static_cast<std::size_t>(pick(0, int(text.size()) - 1));
+      const char32_t c = edits[static_cast<std::size_t>(pick(0, 17))];
+      if (pick(0, 1))
+        text[at] = c;
+      else
+        text.erase(at, 1);
+    }
+    const TimeStandard ts = static_cast<TimeStandard>(pick(0, 3));
+    std::u16string units;
+    bool bmp = true, asciiOnly = true;
+    for (const char32_t c : text) {
+      bmp &= c < 0x10000;
+      asciiOnly &= c < 0x80;
+      if (c < 0x10000) {
+        units += static_cast<char16_t>(c);
+      } else {
+        units += static_cast<char16_t>(0xD7C0 + (c >> 10));
+        units += static_cast<char16_t>(0xDC00 | (c & 0x3FF));
+      }
+    }
+    const std::string utf8 = narrow(units);
+    SCOPED_TRACE(utf8 + " " + std::to_string(static_cast<int>(ts)));
+    DateTimeStruct expected, fast, wide;
+    const kvsvDiagnostic d =
+        DateTimeParser::tryParseIso8601(utf8, ts, expected);
+    const kvsvDiagnostic f =
+        DateTimeParser::tryParseIso8601Fast(utf8, ts, fast);
+    const kvsvDiagnostic w =
+        DateTimeParser::tryParseIso8601Fast(text, ts, wide);
+    ASSERT_EQ(idOf(f), idOf(d));
+    ASSERT_EQ(idOf(w), idOf(d));
+    const auto s = static_cast<std::size_t>(ts);
+    if (d && !refused[s]) refused[s] = text;
+    if (!d && text.size() <= kStride) {
+      padded[s] += text + std::u32string(kStride - text.size(), U'\0');
+      const std::array<double, 6> row = expected.toArray();
+      rows[s].insert(rows[s].end(), row.begin(), row.end());
+    }
+    if (!d) {
+      EXPECT_EQ(std::memcmp(&fast, &expected, sizeof fast), 0);
+      EXPECT_EQ(std::memcmp(&wide, &expected, sizeof wide), 0);
+      continue;
+    }
+    EXPECT_EQ(f->arguments(), d->arguments());
+    if (!bmp) continue;
+    DateTimeStruct ignored;
+    const kvsvDiagnostic u =
+        DateTimeParser::tryParseIso8601(units, ts, ignored);
+    ASSERT_EQ(w->arguments().size(), u->arguments().size());
+    for (std::size_t a = 0; a < u->arguments().size(); ++a) {
+      const auto* text16 = std::get_if<std::u16string>(&u->arguments()[a]);
+      EXPECT_EQ(w->arguments()[a],
+                text16 ? resource_core::MsgArgument(narrow(*text16))
+                       : u->arguments()[a]);
+    }
+    if (asciiOnly) {
+      EXPECT_EQ(w->arguments(), d->arguments());
+    }
+  }
+  for (std::size_t s = 0; s < 4; ++s) {
+    ASSERT_TRUE(refused[s] && refused[s]->size() <= kStride);
+    padded[s] += *refused[s] + std::u32string(kStride - refused[s]->size(), 0);
+    const std::size_t count = padded[s].size() / kStride;
+    std::vector<double> got(6 * count, -1.0);
+    EXPECT_EQ(DateTimeParser::readIso8601Rows(padded[s].data(), kStride, count,
+                                              static_cast<TimeStandard>(s),
+                                              got.data()),
+              rows[s].size() / 6);
+    got.resize(rows[s].size());
+    EXPECT_EQ(got, rows[s]);
+  }
 }
 
 }  // namespace
