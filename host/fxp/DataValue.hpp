@@ -107,6 +107,14 @@ class DataValue {
    public:
     PreparedShift(const DataType& type, bool subtract, double operand,
                   MathMode mode) noexcept;
+    // The same shift for values below `bound` only: tryAddPrepared also
+    // returns false, leaving the value unchanged, for a value at or above
+    // it (a lookup whose result holds up to the next entry of a table).
+    // In a word of up to 127 bits the bound joins the range test the sum
+    // makes anyway, so the test costs nothing per step. A bound of another
+    // type is compared across types on every call.
+    PreparedShift(const DataType& type, bool subtract, double operand,
+                  MathMode mode, const DataValue& bound) noexcept;
     const DataType& type() const noexcept { return type_; }
     MathMode mode() const noexcept { return mode_; }
     bool subtracts() const noexcept { return subtract_; }
@@ -123,13 +131,18 @@ class DataValue {
     // sum in Int128 without overflow and one range test decides. kSigned128:
     // the full signed word, where Int128's own overflow is the range test.
     // kFull: a 127- or 128-bit unsigned word, stepped the long way.
+    // The bounded kinds follow: kDoubleBelow and kSigned128Below test the
+    // bound beside the sum; kWord64 and kNarrow fold it into max_; any other
+    // bounded shift is kFull with the bound compared the long way.
     enum class Kind : std::uint8_t {
       kNone,
       kDouble,
       kWord64,
       kNarrow,
       kSigned128,
-      kFull
+      kFull,
+      kDoubleBelow,
+      kSigned128Below
     };
     static std::uint16_t modeKey(MathMode m) noexcept {
       return static_cast<std::uint16_t>(m.roundingCode() |
@@ -147,10 +160,18 @@ class DataValue {
     Int128 signedOperand_ = 0;
     Int128 min_ = 0;
     Int128 max_ = 0;
+    // A bounded shift's bound: its type and stored bits (a double's bit
+    // pattern), kept whole for the calls that compare it the long way.
+    bool bounded_ = false;
+    DataType boundType_;
+    std::uint64_t boundLo_ = 0;
+    std::uint64_t boundHi_ = 0;
   };
   // tryAddFromDouble(p.subtracts(), p.operand(), mode), bit for bit and
   // with the same return. When the value's type or the mode is not the one
-  // `p` was prepared for, it is exactly that call.
+  // `p` was prepared for, it is exactly that call. A bounded `p` first
+  // refuses a value that is not below its bound (*this < bound, the
+  // comparison below).
   bool tryAddPrepared(const PreparedShift& p, MathMode mode) noexcept;
 
   const DataType& getDataType() const noexcept { return type_; }
@@ -546,6 +567,49 @@ inline DataValue::PreparedShift::PreparedShift(const DataType& type,
   min_ = type.isSigned() ? -top - 1 : 0;
 }
 
+inline DataValue::PreparedShift::PreparedShift(const DataType& type,
+                                               bool subtract, double operand,
+                                               MathMode mode,
+                                               const DataValue& bound) noexcept
+    : PreparedShift(type, subtract, operand, mode) {
+  bounded_ = true;
+  boundType_ = bound.type_;
+  boundLo_ = bound.lo_;
+  boundHi_ = bound.hi_;
+  if (kind_ == Kind::kNone) return;  // refuses every value anyway
+  if (!(bound.type_ == type)) {
+    kind_ = Kind::kFull;
+    return;
+  }
+  switch (kind_) {
+    case Kind::kDouble:
+      kind_ = Kind::kDoubleBelow;
+      max_ = static_cast<Int128>(bound.lo_);
+      return;
+    case Kind::kSigned128:
+      kind_ = Kind::kSigned128Below;
+      max_ = bound.asInt128();
+      return;
+    case Kind::kWord64:
+    case Kind::kNarrow: {
+      // value < bound  <=>  value + operand <= bound - 1 + operand, exact
+      // in Int128: both lie within a word of at most 127 bits. Unsigned
+      // words hold hi_ = 0, so the signed reading is the bound.
+      const Int128 b = bound.asInt128();
+      if (b <= min_) {
+        kind_ = Kind::kNone;  // no value of the word lies below it
+        return;
+      }
+      const Int128 top = b - 1 + signedOperand_;
+      if (top < min_) kind_ = Kind::kNone;
+      if (top < max_) max_ = top;
+      return;
+    }
+    default:  // kFull: compared the long way
+      return;
+  }
+}
+
 // Always inlined for the reason tryAddFromDouble is. Per step: one test of
 // type, mode and kind together, the sum, and the word's range.
 [[gnu::always_inline]] inline bool DataValue::tryAddPrepared(
@@ -592,6 +656,27 @@ inline DataValue::PreparedShift::PreparedShift(const DataType& type,
     return true;
   }
   if (same && p.kind_ == Kind::kNone) return false;
+  if (same && p.kind_ == Kind::kDoubleBelow) {
+    const double v = asDouble();
+    if (!(v < std::bit_cast<double>(static_cast<std::uint64_t>(p.max_))))
+      return false;
+    const double s =
+        v + std::bit_cast<double>(static_cast<std::uint64_t>(p.signedOperand_));
+    if (!(s - s == 0)) return false;
+    lo_ = std::bit_cast<std::uint64_t>(s + 0.0);
+    return true;
+  }
+  if (same && p.kind_ == Kind::kSigned128Below) {
+    Int128 r;
+    if (!(value < p.max_) ||
+        __builtin_add_overflow(value, p.signedOperand_, &r))
+      return false;
+    lo_ = static_cast<std::uint64_t>(r);
+    hi_ = static_cast<std::uint64_t>(static_cast<UInt128>(r) >> 64);
+    return true;
+  }
+  if (p.bounded_ && !(*this < DataValue(p.boundType_, p.boundLo_, p.boundHi_)))
+    return false;
   return tryAddFromDouble(p.subtract_, p.operand_, mode);
 }
 
