@@ -1,6 +1,7 @@
 #include "date_time/TimeStandardConverter.hpp"
 
 #include <algorithm>
+#include <limits>
 
 #include "date_time/DateTimeUtilities.hpp"
 #include "date_time/Sine.hpp"
@@ -193,6 +194,11 @@ DvLs TimeStandardConverter::convertUTCtoTAITTImpl(
           false};
 }
 
+DateTime TimeStandardConverter::PreparedConversion::convertLongWay(
+    DateTime dt, FXP::MathControl& mathControl, std::uint32_t& cursor) const {
+  return convertTimeStandard(dt, to_, *table_, mathControl, &cursor);
+}
+
 TimeStandardConverter::PreparedConversion::PreparedConversion(
     const LeapSecondTableData& table, TimeStandard from, TimeStandard to,
     Epoch epoch, const FXP::DataType& type)
@@ -211,17 +217,18 @@ TimeStandardConverter::PreparedConversion::PreparedConversion(
   }
   const bool julian = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
   shifts_.reserve(size + 1);
+  const FXP::DataValue top = FXP::DataValue::fromDouble(
+      type, std::numeric_limits<double>::infinity(), kNearestSaturate);
   for (std::size_t i = 0; i <= size; ++i) {
     // convertUTCtoTAITTImpl's shift and shifted()'s reading of it.
     const double d = utcToTaiTtShift(
         i > 0 ? counts[i - 1] : table.baseLeapSecondCount, false, to, julian);
     const bool back = d < 0;
     const double magnitude = back ? -d : d;
-    if (i < size)
-      shifts_.emplace_back(type, back, magnitude, kNearestSaturate,
-                           instants[i]);
-    else
-      shifts_.emplace_back(type, back, magnitude, kNearestSaturate);
+    // Bounded throughout, so that every entry is of the kinds the inline
+    // step tries first.
+    shifts_.emplace_back(type, back, magnitude, kNearestSaturate,
+                         i < size ? instants[i] : top);
   }
   entries_ = static_cast<std::uint32_t>(size + 1);
 }

@@ -94,17 +94,23 @@ class KVDT_EXPORT TimeStandardConverter {
     // bits, flag, cursor and errors, for any dt.
     DateTime convert(const DateTime& dt, FXP::MathControl& mathControl,
                      std::uint32_t& cursor) const {
+      // One object returned either way, built in the caller's place.
+      DateTime r(DvLs{dt.value, false}, dt.epoch, to_);
+      // The conversion's own mode for its shift, whatever the control's.
       if (cursor < entries_ && dt.epoch == epoch_ && dt.timeStandard == from_ &&
-          !dt.isLeapSecond) [[likely]] {
-        DateTime r(DvLs{dt.value, false}, epoch_, to_);
-        // The conversion's own mode for its shift, whatever the control's.
-        if (r.value.tryAddPrepared(shifts_[cursor], FXP::MathMode())) [[likely]]
-          return r;
-      }
-      return convertTimeStandard(dt, to_, *table_, mathControl, &cursor);
+          !dt.isLeapSecond &&
+          r.value.tryAddBounded(shifts_[cursor], FXP::MathMode())) [[likely]]
+        return r;
+      r = convertLongWay(dt, mathControl, cursor);
+      return r;
     }
 
    private:
+    // convertTimeStandard, out of line and on a copy of dt: a clock whose
+    // address is never taken can stay in registers across a model's steps.
+    DateTime convertLongWay(DateTime dt, FXP::MathControl& mathControl,
+                            std::uint32_t& cursor) const;
+
     const LeapSecondTableData* table_;
     Epoch epoch_;
     TimeStandard from_;
@@ -112,7 +118,8 @@ class KVDT_EXPORT TimeStandardConverter {
     // Cursor positions below this take the inline step (0: none does).
     std::uint32_t entries_ = 0;
     // At cursor position i: the shift of the count before entry i, bounded
-    // by entry i's instant; past the last entry, unbounded.
+    // by entry i's instant; past the last entry, by the type's top (only a
+    // value there goes the long way, which gives the same).
     std::vector<FXP::DataValue::PreparedShift> shifts_;
   };
 
