@@ -31,7 +31,9 @@
 // chain: every step's input is the last step's value plus the step, from
 // 1972 on, and each step converts once.
 //   UTC -> TAI: ours with a cursor (double and signed 128-bit storage,
-//   seconds since 1970), ERFA's eraUtctai on a two-part JD, and a raw
+//   seconds since 1970), the same with the step and the conversion
+//   prepared once (DateTime::Step, TimeStandardConverter::
+//   PreparedConversion), ERFA's eraUtctai on a two-part JD, and a raw
 //   forward cursor over a 27-entry array of doubles (the floor);
 //   as the table grows: ours with and without a cursor on tables of 27 to
 //   2700 entries;
