@@ -681,9 +681,12 @@ template <bool BoundedFirst>
     hi_ = static_cast<std::uint64_t>(r >> 63);
     return true;
   };
-  const auto int128Sum = [&](bool below) {
+  // Below p.max_ when `bounded` (one reading of the value for both).
+  const auto int128Sum = [&](bool bounded) {
+    const Int128 v = asInt128();
     Int128 r;
-    if (!below || __builtin_add_overflow(asInt128(), p.signedOperand_, &r))
+    if ((bounded && !(v < p.max_)) ||
+        __builtin_add_overflow(v, p.signedOperand_, &r))
       return false;
     lo_ = static_cast<std::uint64_t>(r);
     hi_ = static_cast<std::uint64_t>(static_cast<UInt128>(r) >> 64);
@@ -705,13 +708,12 @@ template <bool BoundedFirst>
   // steps of a table's lookup, first.
   if (!BoundedFirst) {
     if (PreparedShift::is(kind, Kind::kInt64)) return int64Sum();
-    if (PreparedShift::is(kind, Kind::kSigned128)) return int128Sum(true);
+    if (PreparedShift::is(kind, Kind::kSigned128)) return int128Sum(false);
     if (PreparedShift::is(kind, Kind::kDouble)) return doubleSum(true);
   }
   if (PreparedShift::is(kind, Kind::kDoubleBelow))
     return doubleSum(doubleBelow());
-  if (PreparedShift::is(kind, Kind::kSigned128Below))
-    return int128Sum(asInt128() < p.max_);
+  if (PreparedShift::is(kind, Kind::kSigned128Below)) return int128Sum(true);
   if (PreparedShift::is(kind, Kind::kWord64)) {
     // Unsigned words of up to 63 bits are non-negative int64_t values.
     std::int64_t r;
@@ -735,11 +737,11 @@ template <bool BoundedFirst>
   }
   if (BoundedFirst) {
     if (PreparedShift::is(kind, Kind::kInt64)) return int64Sum();
-    if (PreparedShift::is(kind, Kind::kSigned128)) return int128Sum(true);
+    if (PreparedShift::is(kind, Kind::kSigned128)) return int128Sum(false);
     if (PreparedShift::is(kind, Kind::kDouble)) return doubleSum(true);
   }
   if (PreparedShift::is(kind, Kind::kNone)) return false;
-  // kFull: the long way, its bound compared across the board.
+  // kFull: the long way, its bound compared the long way too.
   if (p.bounded_ && !(*this < DataValue(p.boundType_, p.boundLo_, p.boundHi_)))
     return false;
   return tryAddFromDouble(p.subtract_, p.operand_, mode);
