@@ -1,3 +1,21 @@
+// Result, 2026-11-24 01:57 UTC: shared 2-vCPU AMD EPYC VM, g++ 12.2 -O3,
+// Release (KVDT_WERROR=ON), load average 5.0 then 4.6 (1 min),
+// kv_bench_leap --benchmark_filter='UtcToTai_(KvDateTime|Raw)'
+// --benchmark_min_time=0.2 --benchmark_repetitions=5
+// --benchmark_report_aggregates_only=true, two runs, medians, CPU ns per
+// step of the running chain:
+//   prepared step + PreparedConversion  double 4.02 / 4.92, s128.64 3.33 /
+//   3.18; raw 27-entry cursor 0.766 / 0.745; so 5.25x / 6.61x (double) and
+//   4.35x / 4.27x (s128.64): goal <= 3 missed. Same runs, add(seconds) +
+//   convertTimeStandard with a cursor: 14.3x / 15.4x (double), 20.4x /
+//   27.1x (s128.64). By callgrind, instructions per step of such a chain
+//   (the clock's add included): 80 (double) and 79 (s128.64), against 109
+//   and 99 for this entry point's first form; the prepared step alone takes
+//   32 and 28 of them. What is left is the checks a call cannot skip (the
+//   time point's epoch, standard, flag and type, the cursor's range, the
+//   shift's type and mode) and the result's five stores, on a clock kept
+//   in memory.
+//
 // Result, 2026-11-23 23:38 UTC: shared 2-vCPU AMD EPYC VM, g++ 12.2 -O3,
 // Release (KVDT_WERROR=ON), load average 2.41 (1 min; 6.1 over 5 min),
 // kv_bench_leap --benchmark_min_time=0.2 --benchmark_repetitions=3, medians,
