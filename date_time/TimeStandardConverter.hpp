@@ -70,10 +70,11 @@ class KVDT_EXPORT TimeStandardConverter {
   // so that the common step (the value short of the cursor's next instant,
   // or past the table's last) is one bounded in-place add, inline, with no
   // call, no dispatch on the standards and no scan of the table.
-  // Everything else takes convertTimeStandard itself: a value in or past
-  // the instant at the cursor (it moves the cursor there), a set flag, a
-  // time point whose epoch, standard or storage type is not the prepared
-  // one, a sum the in-place add refuses, and every error. So do, on every
+  // Everything else takes convertTimeStandard itself: a value at or past
+  // the instant at the cursor (the long way moves the cursor), a cursor
+  // beyond the table, a value at the type's top, a set flag, a time point
+  // whose epoch, standard or storage type is not the prepared one, a sum
+  // the in-place add refuses, and every error. So do, on every
   // step, other pairs of standards (only UTC, or TDB taken as UTC, to TAI
   // or TT is prepared), tables that remove a second, tables whose instants
   // tie (an unsigned type saturates those before its epoch to 0) and
