@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,11 +17,19 @@ namespace kvbench {
 
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
+  // With --benchmark_repetitions the ratio is of the medians (an
+  // iteration run never replaces a median already seen); otherwise of the
+  // single run.
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-        nanos_[run.benchmark_name()] =
-            run.GetAdjustedCPUTime();  // in the run's time unit, ns here
+      // In the run's time unit, ns here.
+      const std::string name = run.run_name.str();
+      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
+        nanos_[name] = run.GetAdjustedCPUTime();
+        medians_.insert(name);
+      } else if (run.run_type == Run::RT_Iteration && run.iterations > 0 &&
+                 medians_.count(name) == 0) {
+        nanos_[name] = run.GetAdjustedCPUTime();
       }
     }
     ConsoleReporter::ReportRuns(runs);
@@ -44,6 +53,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
  private:
   std::map<std::string, double> nanos_;
+  std::set<std::string> medians_;
 };
 
 // One operation per iteration on element i & (N - 1) of a fixed input table

@@ -1,3 +1,18 @@
+// Result, 2026-11-24 01:57 UTC: shared 2-vCPU AMD EPYC VM, g++ 12.2 -O3,
+// Release (KVDT_WERROR=ON), load average 4.8 then 4.4 (1 min),
+// kv_bench_datetime --benchmark_filter='AddChain_(KvDateTime_Prepared|Raw)'
+// --benchmark_min_time=0.2 --benchmark_repetitions=5
+// --benchmark_report_aggregates_only=true, two runs, medians, CPU ns per
+// step of a running chain: prepared step (DateTime::Step) int64 (F=32)
+// 0.962 / 0.965 against raw int64 add 0.289 / 0.320 = 3.33x / 3.02x;
+// int128 (F=64) 1.01 / 1.15 against raw __int128 add 0.290 / 0.317 =
+// 3.49x / 3.62x (goal <= 4: met in both runs). By callgrind, instructions
+// per step: 25 (int64) and 28 (int128), against 28 and 34 with the step's
+// path as it was (counted on the commit that added PreparedConversion),
+// before the shift's kinds became one bit each in the order a clock needs,
+// the signed 64-bit word lost its redundant range test and the mode became
+// one word.
+//
 // Result, 2026-11-23 23:38 UTC: shared 2-vCPU AMD EPYC VM, g++ 12.2 -O3,
 // Release (KVDT_WERROR=ON), load average 2.53 (1 min; 6.0 over 5 min),
 // kv_bench_datetime --benchmark_min_time=0.2 --benchmark_repetitions=3,

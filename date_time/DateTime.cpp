@@ -275,16 +275,17 @@ bool DateTime::addWithOverflowCheck(double seconds, FXP::MathControl& control) {
   return logger.overflowOccurred();
 }
 
-void DateTime::addGeneral(bool back, double magnitude,
-                          FXP::MathControl& control) {
+FXP::DataValue DateTime::addedGeneral(FXP::DataValue value, bool back,
+                                      double magnitude,
+                                      FXP::MathControl& control) {
   const FXP::DataType& type = value.getDataType();
   // The shift is brought into the type by the mode alone: a magnitude the
   // type cannot hold saturates or wraps there unheard, and only the sum
   // below reports to the control's logger.
   const FXP::DataValue step =
       FXP::DataValue::fromDouble(type, magnitude, control.getMathMode());
-  value =
-      back ? value.minus(type, step, control) : value.add(type, step, control);
+  return back ? value.minus(type, step, control)
+              : value.add(type, step, control);
 }
 
 double DateTime::subtract(const DateTime& a, const DateTime& b,

@@ -117,7 +117,7 @@ class KVDT_EXPORT DateTime : public DvLs {
     const bool back = !(shift >= 0);
     const double magnitude = back ? -shift : shift;
     if (!value.tryAddFromDouble(back, magnitude, control.getMathMode()))
-      addGeneral(back, magnitude, control);
+      value = addedGeneral(value, back, magnitude, control);
   }
   // A step a clock takes again and again (a model's fixed step), prepared
   // once for a storage type, an epoch and a mode, so that add(step, ...)
@@ -154,7 +154,8 @@ class KVDT_EXPORT DateTime : public DvLs {
     if (step.epoch_ != epoch) [[unlikely]]
       return add(step.seconds_, control);
     if (!value.tryAddPrepared(step.shift_, control.getMathMode())) [[unlikely]]
-      addGeneral(step.shift_.subtracts(), step.shift_.operand(), control);
+      value = addedGeneral(value, step.shift_.subtracts(),
+                           step.shift_.operand(), control);
   }
   // add, reporting whether the result overflowed the storage type. Installs
   // a logger local to the call on `control` and leaves it there: do not use
@@ -169,8 +170,12 @@ class KVDT_EXPORT DateTime : public DvLs {
                          FXP::MathControl& control);
 
  private:
-  // add's general path: the conversion and the sum as two calls.
-  void addGeneral(bool back, double magnitude, FXP::MathControl& control);
+  // add's general path: the conversion and the sum as two calls. It takes
+  // the value by copy and not the object: a clock whose address is never
+  // taken can stay in registers across the steps of a model's loop.
+  static FXP::DataValue addedGeneral(FXP::DataValue value, bool back,
+                                     double magnitude,
+                                     FXP::MathControl& control);
 };
 
 }  // namespace KvDateTime

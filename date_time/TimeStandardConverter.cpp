@@ -1,6 +1,7 @@
 #include "date_time/TimeStandardConverter.hpp"
 
 #include <algorithm>
+#include <limits>
 
 #include "date_time/DateTimeUtilities.hpp"
 #include "date_time/Sine.hpp"
@@ -82,6 +83,19 @@ inline std::int32_t utcLeapSecondCount(const FXP::DataValue& v,
   return TimeStandardConverter::findLeapSecondCount(
       v, table.baseLeapSecondCount, instants, counts, nullptr, julian, control,
       cursor, holdCursor);
+}
+
+// TAI or TT less UTC for `count` leap seconds (one more inside an inserted
+// second), in the epoch's unit.
+double utcToTaiTtShift(std::int32_t count, bool leapSecond, TimeStandard to,
+                       bool julian) {
+  double shift = count;
+  if (leapSecond) shift += 1.0;
+  if (julian) {
+    if (to == TimeStandard::TAI) shift += kDayEpochTaiMinusUtc;
+    if (to == TimeStandard::TT) shift += kDayEpochTaiMinusUtc + kTtMinusTai;
+  }
+  return DateTimeUtilities::secondsToTimeShift(shift, julian);
 }
 
 void rejectLeapFlag(const DvLs& value) {
@@ -172,17 +186,51 @@ DvLs TimeStandardConverter::convertUTCtoTAITTImpl(
     std::uint32_t* cursor, bool holdCursor) {
   const bool julian = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
   rejectRemovedSecond(value.value, table, julian, mathControl);
-  double shift = utcLeapSecondCount(value.value, table, julian, mathControl,
-                                    cursor, holdCursor);
-  if (value.isLeapSecond) shift += 1.0;
-  if (julian) {
-    if (to == TimeStandard::TAI) shift += kDayEpochTaiMinusUtc;
-    if (to == TimeStandard::TT) shift += kDayEpochTaiMinusUtc + kTtMinusTai;
+  const std::int32_t count = utcLeapSecondCount(
+      value.value, table, julian, mathControl, cursor, holdCursor);
+  return {shifted(value.value,
+                  utcToTaiTtShift(count, value.isLeapSecond, to, julian),
+                  mathControl),
+          false};
+}
+
+DateTime TimeStandardConverter::PreparedConversion::convertLongWay(
+    DateTime dt, FXP::MathControl& mathControl, std::uint32_t& cursor) const {
+  return convertTimeStandard(dt, to_, *table_, mathControl, &cursor);
+}
+
+TimeStandardConverter::PreparedConversion::PreparedConversion(
+    const LeapSecondTableData& table, TimeStandard from, TimeStandard to,
+    Epoch epoch, const FXP::DataType& type)
+    : table_(&table), epoch_(epoch), from_(from), to_(to) {
+  if (getStaticConverterImpl(from, to) != &convertUTCtoTAITTImpl ||
+      !table.negativeLeapSecondInstants.empty())
+    return;
+  const std::vector<FXP::DataValue>& instants = table.utcInstants;
+  const std::vector<std::int32_t>& counts = table.cumulativeCounts;
+  const std::size_t size = std::min(instants.size(), counts.size());
+  if (size >= UINT32_MAX) return;  // beyond what a cursor can name
+  for (std::size_t i = 0; i < size; ++i) {
+    if (!(instants[i].getDataType() == type) ||
+        (i > 0 && !(instants[i - 1] < instants[i])))
+      return;
   }
-  return {
-      shifted(value.value, DateTimeUtilities::secondsToTimeShift(shift, julian),
-              mathControl),
-      false};
+  const bool julian = DateTimeUtilities::isJulianCompatibleEpoch(epoch);
+  shifts_.reserve(size + 1);
+  const FXP::DataValue top = FXP::DataValue::fromDouble(
+      type, std::numeric_limits<double>::infinity(), kNearestSaturate);
+  for (std::size_t i = 0; i <= size; ++i) {
+    // convertUTCtoTAITTImpl's shift and shifted()'s reading of it.
+    const double d = utcToTaiTtShift(
+        i > 0 ? counts[i - 1] : table.baseLeapSecondCount, false, to, julian);
+    const bool back = d < 0;
+    const double magnitude = back ? -d : d;
+    // Bounded throughout, so that every entry is of the kinds the inline
+    // step tries first.
+    shifts_.emplace_back(type, back, magnitude, kNearestSaturate,
+                         i < size ? instants[i] : top);
+  }
+  entries_ = static_cast<std::uint32_t>(size + 1);
 }
 
 DvLs TimeStandardConverter::convertTAITTtoUTCImpl(

@@ -63,6 +63,67 @@ class KVDT_EXPORT TimeStandardConverter {
                                       FXP::MathControl& mathControl,
                                       std::uint32_t* cursor = nullptr,
                                       bool holdCursor = false);
+  // A conversion a model makes on every step of its clock (UTC read in TAI
+  // or TT through a cursor), prepared once for a table, a pair of
+  // standards, an epoch and a storage type. Each entry of the table gets
+  // its shift already in the storage type, bounded by the entry's instant,
+  // so that the common step (the value short of the cursor's next instant,
+  // or past the table's last) is one bounded in-place add, inline, with no
+  // call, no dispatch on the standards and no scan of the table.
+  // Everything else takes convertTimeStandard itself: a value at or past
+  // the instant at the cursor (the long way moves the cursor), a cursor
+  // beyond the table, a value at the type's top, a set flag, a time point
+  // whose epoch, standard or storage type is not the prepared one, a sum
+  // the in-place add refuses, and every error. So do, on every
+  // step, other pairs of standards (only UTC, or TDB taken as UTC, to TAI
+  // or TT is prepared), tables that remove a second, tables whose instants
+  // tie (an unsigned type saturates those before its epoch to 0) and
+  // tables whose instants are not in the prepared type.
+  //
+  // Threads: once built, only read; one may serve every thread, each with
+  // its own cursor and MathControl, as convertTimeStandard does.
+  // Hazard: it keeps the address of `table` and the shifts worked out from
+  // it. The table must outlive it and must not change while it is used: a
+  // table changed after construction is read by the long way only, and the
+  // common step would still add the old shifts.
+  class KVDT_EXPORT PreparedConversion {
+   public:
+    PreparedConversion(const LeapSecondTableData& table, TimeStandard from,
+                       TimeStandard to, Epoch epoch, const FXP::DataType& type);
+
+    // convertTimeStandard(dt, to, table, mathControl, &cursor): the same
+    // bits, flag, cursor and errors, for any dt.
+    DateTime convert(const DateTime& dt, FXP::MathControl& mathControl,
+                     std::uint32_t& cursor) const {
+      // One object returned either way, built in the caller's place.
+      DateTime r(DvLs{dt.value, false}, dt.epoch, to_);
+      // The conversion's own mode for its shift, whatever the control's.
+      if (cursor < entries_ && dt.epoch == epoch_ && dt.timeStandard == from_ &&
+          !dt.isLeapSecond &&
+          r.value.tryAddBounded(shifts_[cursor], FXP::MathMode())) [[likely]]
+        return r;
+      r = convertLongWay(dt, mathControl, cursor);
+      return r;
+    }
+
+   private:
+    // convertTimeStandard, out of line and on a copy of dt: a clock whose
+    // address is never taken can stay in registers across a model's steps.
+    DateTime convertLongWay(DateTime dt, FXP::MathControl& mathControl,
+                            std::uint32_t& cursor) const;
+
+    const LeapSecondTableData* table_;
+    Epoch epoch_;
+    TimeStandard from_;
+    TimeStandard to_;
+    // Cursor positions below this take the inline step (0: none does).
+    std::uint32_t entries_ = 0;
+    // At cursor position i: the shift of the count before entry i, bounded
+    // by entry i's instant; past the last entry, by the type's top (only a
+    // value there goes the long way, which gives the same).
+    std::vector<FXP::DataValue::PreparedShift> shifts_;
+  };
+
   // By (from, to): TAI/TT -> UTC, TAI/TT -> TAI/TT, TAI/TT -> TDB, then,
   // for any other source (UTC, or TDB taken as UTC), -> UTC, -> TAI/TT and
   // -> TDB.

@@ -7,10 +7,14 @@
 //   first element whose scalar call fails, with that call's failure nested,
 //   and every element before it already written;
 // - in double storage every instruction-set path the processor has gives
-//   the same as the public call.
+//   the same as the public call;
+// - a prepared conversion walked over the same elements, in their order,
+//   gives each element's bits, flag, cursor, overflow report and failure
+//   of convertTimeStandard with a cursor of its own.
 
 #include <cstring>
 #include <exception>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -227,6 +231,81 @@ void fromCalendarCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard ts,
               });
 }
 
+// `values` (compact bytes of `type`) in turn, as a model's clock would, the
+// prepared way and the long way, each with its own cursor and a control in
+// `mode`; a value may come in another standard, epoch or type than the
+// prepared one.
+void checkPrepared(FuzzedDataProvider& in, const LeapSecondTableData& table,
+                   Epoch epoch, TimeStandard from, TimeStandard to,
+                   const DataType& type,
+                   const std::vector<unsigned char>& bytes, const bool* flags,
+                   std::size_t n) {
+  const TimeStandardConverter::PreparedConversion prepared(table, from, to,
+                                                           epoch, type);
+  const FXP::MathMode mode(in.ConsumeIntegralInRange<int>(0, 5),
+                           in.ConsumeIntegralInRange<int>(0, 1));
+  std::uint32_t cursor = 0, expectedCursor = 0;
+  const std::size_t size = type.sizeofCompact();
+  for (std::size_t i = 0; i < n; ++i) {
+    // A double element may be a NaN or an infinity, which no time point
+    // holds: the array call refuses it, and there is nothing to convert.
+    DataValue v;
+    try {
+      v = DataValue::fromCompact(type, &bytes[size * i]);
+    } catch (const std::invalid_argument&) {
+      continue;
+    }
+    DateTime dt(DvLs{v, flags[i]}, epoch, from);
+    switch (in.ConsumeIntegralInRange<int>(0, 15)) {
+      case 0:
+        dt.timeStandard = kvfuzz::anyStandard(in);
+        break;
+      case 1:
+        dt.epoch = kvfuzz::anyEpoch(in);
+        break;
+      case 2:
+        dt.value = DataValue::fromDouble(DataType::fixedT(true, 64, 8),
+                                         dt.value.toDouble(), mode);
+        break;
+      default:
+        break;
+    }
+    FixptRangeMath::FixptRangeMathLogger heard, expectedHeard;
+    FXP::MathControl control(mode), expectedControl(mode);
+    control.setMathLogger(&heard);
+    expectedControl.setMathLogger(&expectedHeard);
+    DateTime got = dt, expected = dt;
+    std::string error, expectedError;
+    try {
+      got = prepared.convert(dt, control, cursor);
+    } catch (...) {
+      error = failureOf(std::current_exception());
+    }
+    try {
+      expected = TimeStandardConverter::convertTimeStandard(
+          dt, to, table, expectedControl, &expectedCursor);
+    } catch (...) {
+      expectedError = failureOf(std::current_exception());
+    }
+    const std::string where = "prepared, element " + std::to_string(i);
+    KVFUZZ_CHECK(error == expectedError && cursor == expectedCursor &&
+                     heard.overflowCount() == expectedHeard.overflowCount(),
+                 where + ": " + error + "/" + expectedError + ", cursor " +
+                     std::to_string(cursor) + "/" +
+                     std::to_string(expectedCursor));
+    if (!error.empty()) continue;
+    unsigned char a[16] = {}, b[16] = {};
+    got.value.toCompact(a, sizeof a);
+    expected.value.toCompact(b, sizeof b);
+    KVFUZZ_CHECK(std::memcmp(a, b, sizeof a) == 0 &&
+                     got.value.getDataType() == expected.value.getDataType() &&
+                     got.isLeapSecond == expected.isLeapSecond &&
+                     got.epoch == expected.epoch &&
+                     got.timeStandard == expected.timeStandard,
+                 where);
+  }
+}
+
 void convertCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard from,
                  TimeStandard to, const DataType& type, std::size_t n) {
   LeapSecondTableData table;
@@ -263,6 +342,7 @@ void convertCase(FuzzedDataProvider& in, Epoch epoch, TimeStandard from,
   if (type.isDouble() && n > 0)
     std::memcpy(bytes.data(), doubles.data(), 8 * n);
   const bool* fl = reinterpret_cast<const bool*>(flags.data());
+  checkPrepared(in, table, epoch, from, to, type, bytes, fl, n);
   std::vector<unsigned char> want(size * n);
   std::vector<char> wantFlags(n);
   Outcome scalar{n, ""};

@@ -107,6 +107,14 @@ class DataValue {
    public:
     PreparedShift(const DataType& type, bool subtract, double operand,
                   MathMode mode) noexcept;
+    // The same shift for values below `bound` only: tryAddPrepared also
+    // returns false, leaving the value unchanged, for a value at or above
+    // it (a lookup whose result holds up to the next entry of a table).
+    // In a word of up to 127 bits the bound joins the range test the sum
+    // makes anyway, so the test costs nothing per step. A bound of another
+    // type is compared across types on every call.
+    PreparedShift(const DataType& type, bool subtract, double operand,
+                  MathMode mode, const DataValue& bound) noexcept;
     const DataType& type() const noexcept { return type_; }
     MathMode mode() const noexcept { return mode_; }
     bool subtracts() const noexcept { return subtract_; }
@@ -114,6 +122,10 @@ class DataValue {
 
    private:
     friend class DataValue;
+    // The constructors' work: the kind and operand of the shift, then the
+    // bound folded into them.
+    void prepare() noexcept;
+    void bind(const DataValue& bound) noexcept;
     // kNone: the operand leaves tryAddFromDouble's fast path whatever the
     // value (it saturates, wraps or is not finite). kWord64: kNarrow's sum
     // in int64_t, for words of up to 64 bits signed or 63 unsigned whose
@@ -123,35 +135,64 @@ class DataValue {
     // sum in Int128 without overflow and one range test decides. kSigned128:
     // the full signed word, where Int128's own overflow is the range test.
     // kFull: a 127- or 128-bit unsigned word, stepped the long way.
-    enum class Kind : std::uint8_t {
-      kNone,
-      kDouble,
-      kWord64,
-      kNarrow,
-      kSigned128,
-      kFull
+    // The bounded kinds follow: kDoubleBelow and kSigned128Below test the
+    // bound beside the sum; kWord64 and kNarrow fold it into max_; any other
+    // bounded shift is kFull with the bound compared the long way.
+    // kInt64 is kWord64 for the full signed 64-bit word, unbounded, where
+    // int64_t's own overflow is the whole range test.
+    // One bit each: a step tests its kind with one bit test per kind tried,
+    // which the compiler keeps as a chain in the order written rather than
+    // turning equality tests into a jump table.
+    enum class Kind : std::uint16_t {
+      kNone = 1,
+      kDouble = 2,
+      kWord64 = 4,
+      kNarrow = 8,
+      kSigned128 = 16,
+      kFull = 32,
+      kDoubleBelow = 64,
+      kSigned128Below = 128,
+      kInt64 = 256
     };
-    static std::uint16_t modeKey(MathMode m) noexcept {
-      return static_cast<std::uint16_t>(m.roundingCode() |
-                                        (m.overflowCode() << 8));
+    static constexpr bool is(Kind a, Kind b) noexcept {
+      return (static_cast<unsigned>(a) & static_cast<unsigned>(b)) != 0;
     }
+    // The mode as one 16-bit word, so that one comparison tests it.
+    static std::uint16_t modeKey(MathMode m) noexcept {
+      static_assert(sizeof(MathMode) == 2);
+      return std::bit_cast<std::uint16_t>(m);
+    }
+    // Laid out in 96 bytes, so that a table of shifts is indexed with one
+    // scaled add.
     DataType type_;
     MathMode mode_;
-    std::uint16_t modeKey_;
     Kind kind_ = Kind::kNone;
     bool subtract_;
+    // A bounded shift's bound: whether there is one, its type and (below)
+    // its stored bits (a double's bit pattern), kept whole for the calls
+    // that compare it the long way.
+    bool bounded_ = false;
     double operand_;
+    DataType boundType_;
     // kDouble: the operand, negated for a subtraction (x - y and x + (-y)
     // round alike). kNarrow: the stored operand, likewise negated, and the
     // word's range.
     Int128 signedOperand_ = 0;
     Int128 min_ = 0;
     Int128 max_ = 0;
+    std::uint64_t boundLo_ = 0;
+    std::uint64_t boundHi_ = 0;
   };
   // tryAddFromDouble(p.subtracts(), p.operand(), mode), bit for bit and
   // with the same return. When the value's type or the mode is not the one
-  // `p` was prepared for, it is exactly that call.
+  // `p` was prepared for, it is exactly that call. A bounded `p` first
+  // refuses a value that is not below its bound (*this < bound, the
+  // comparison below).
   bool tryAddPrepared(const PreparedShift& p, MathMode mode) noexcept;
+  // tryAddPrepared, bit for bit and with the same return, trying the
+  // bounded kinds first: for the bounded shifts of a table's lookup, where
+  // the unbounded kinds a clock's own step takes would be tried in vain.
+  bool tryAddBounded(const PreparedShift& p, MathMode mode) noexcept;
 
   const DataType& getDataType() const noexcept { return type_; }
   fxpDataTypeProp getDataTypeProp() const noexcept { return type_.getProp(); }
@@ -222,6 +263,10 @@ class DataValue {
                        const DataValue& other, MathControl& control) const;
   static std::weak_ordering compareSlow(const DataValue& a,
                                         const DataValue& b) noexcept;
+  // tryAddPrepared and tryAddBounded: the same kinds, tried in another
+  // order.
+  template <bool BoundedFirst>
+  bool tryAddPreparedIn(const PreparedShift& p, MathMode mode) noexcept;
 
   DataType type_;
   // The stored integer, extended to 128 bits by the type's signedness; for a
@@ -335,6 +380,8 @@ inline bool largeScaledToStored(const DataType& type, double s,
 }
 
 }  // namespace detail
+
+static_assert(sizeof(DataValue::PreparedShift) == 96);
 
 inline DataValue DataValue::fromInt64(std::int64_t value) noexcept {
   return ofSigned64(DataType::fixedT(true, 64, 0), value);
@@ -501,16 +548,24 @@ inline bool DataValue::fixedSum(bool subtract, DataType type,
 inline DataValue::PreparedShift::PreparedShift(const DataType& type,
                                                bool subtract, double operand,
                                                MathMode mode) noexcept
-    : type_(type),
-      mode_(mode),
-      modeKey_(modeKey(mode)),
-      subtract_(subtract),
-      operand_(operand) {
+    : type_(type), mode_(mode), subtract_(subtract), operand_(operand) {
+  prepare();
+}
+
+inline void DataValue::PreparedShift::prepare() noexcept {
+  const DataType type = type_;
+  const bool subtract = subtract_;
+  const double operand = operand_;
+  const MathMode mode = mode_;
   if (type.isDouble()) {
     if (operand - operand == 0) {  // as tryAddFromDouble: finite only
       kind_ = Kind::kDouble;
+      // A sum is -0.0 only when both terms are: with a -0.0 operand made
+      // +0.0, no step's sum is -0.0, and the + 0.0 that tryAddFromDouble
+      // adds to its sum (on the clock's chain of dependent steps) has
+      // nothing left to change.
       signedOperand_ =
-          std::bit_cast<std::uint64_t>(subtract ? -operand : operand);
+          std::bit_cast<std::uint64_t>((subtract ? -operand : operand) + 0.0);
     }
     return;
   }
@@ -540,20 +595,126 @@ inline DataValue::PreparedShift::PreparedShift(const DataType& type,
       (type.isSigned() ? w <= 64 : w <= 63) &&
       signedOperand_ >= std::numeric_limits<std::int64_t>::min() &&
       signedOperand_ <= std::numeric_limits<std::int64_t>::max();
-  kind_ = word64 ? Kind::kWord64 : Kind::kNarrow;
+  kind_ = !word64                      ? Kind::kNarrow
+          : type.isSigned() && w == 64 ? Kind::kInt64
+                                       : Kind::kWord64;
   const Int128 top = (Int128{1} << (type.isSigned() ? w - 1 : w)) - 1;
   max_ = top;
   min_ = type.isSigned() ? -top - 1 : 0;
 }
 
+inline DataValue::PreparedShift::PreparedShift(const DataType& type,
+                                               bool subtract, double operand,
+                                               MathMode mode,
+                                               const DataValue& bound) noexcept
+    : type_(type), mode_(mode), subtract_(subtract), operand_(operand) {
+  prepare();
+  bounded_ = true;
+  boundType_ = bound.type_;
+  boundLo_ = bound.lo_;
+  boundHi_ = bound.hi_;
+  bind(bound);
+}
+
+inline void DataValue::PreparedShift::bind(const DataValue& bound) noexcept {
+  const DataType type = type_;
+  if (kind_ == Kind::kNone) return;  // refuses every value anyway
+  if (!(bound.type_ == type)) {
+    kind_ = Kind::kFull;
+    return;
+  }
+  switch (kind_) {
+    case Kind::kDouble:
+      kind_ = Kind::kDoubleBelow;
+      max_ = static_cast<Int128>(bound.lo_);
+      return;
+    case Kind::kSigned128:
+      kind_ = Kind::kSigned128Below;
+      max_ = bound.asInt128();
+      return;
+    case Kind::kInt64:
+      kind_ = Kind::kWord64;  // the bound needs the range test
+      [[fallthrough]];
+    case Kind::kWord64:
+    case Kind::kNarrow: {
+      // value < bound  <=>  value + operand <= bound - 1 + operand, exact
+      // in Int128: both lie within a word of at most 127 bits. Unsigned
+      // words hold hi_ = 0, so the signed reading is the bound.
+      const Int128 b = bound.asInt128();
+      if (b <= min_) {
+        kind_ = Kind::kNone;  // no value of the word lies below it
+        return;
+      }
+      const Int128 top = b - 1 + signedOperand_;
+      if (top < min_) kind_ = Kind::kNone;
+      if (top < max_) max_ = top;
+      return;
+    }
+    default:  // kFull: compared the long way
+      return;
+  }
+}
+
 // Always inlined for the reason tryAddFromDouble is. Per step: one test of
 // type, mode and kind together, the sum, and the word's range.
-[[gnu::always_inline]] inline bool DataValue::tryAddPrepared(
+template <bool BoundedFirst>
+[[gnu::always_inline]] inline bool DataValue::tryAddPreparedIn(
     const PreparedShift& p, MathMode mode) noexcept {
   using Kind = PreparedShift::Kind;
-  const bool same = __builtin_expect(
-      type_ == p.type_ && PreparedShift::modeKey(mode) == p.modeKey_, 1);
-  if (same && p.kind_ == Kind::kWord64) {
+  if (!__builtin_expect(type_ == p.type_ && PreparedShift::modeKey(mode) ==
+                                                PreparedShift::modeKey(p.mode_),
+                        1)) {
+    if (p.bounded_ &&
+        !(*this < DataValue(p.boundType_, p.boundLo_, p.boundHi_)))
+      return false;
+    return tryAddFromDouble(p.subtract_, p.operand_, mode);
+  }
+  const Kind kind = p.kind_;
+  const double operand =
+      std::bit_cast<double>(static_cast<std::uint64_t>(p.signedOperand_));
+  const auto int64Sum = [&] {
+    std::int64_t r;
+    if (__builtin_add_overflow(static_cast<std::int64_t>(lo_),
+                               static_cast<std::int64_t>(p.signedOperand_), &r))
+      return false;
+    lo_ = static_cast<std::uint64_t>(r);
+    hi_ = static_cast<std::uint64_t>(r >> 63);
+    return true;
+  };
+  // Below p.max_ when `bounded` (one reading of the value for both).
+  const auto int128Sum = [&](bool bounded) {
+    const Int128 v = asInt128();
+    Int128 r;
+    if ((bounded && !(v < p.max_)) ||
+        __builtin_add_overflow(v, p.signedOperand_, &r))
+      return false;
+    lo_ = static_cast<std::uint64_t>(r);
+    hi_ = static_cast<std::uint64_t>(static_cast<UInt128>(r) >> 64);
+    return true;
+  };
+  // No + 0.0 after the sum: the prepared operand is never -0.0 (see
+  // prepare()).
+  const auto doubleSum = [&](bool below) {
+    const double s = asDouble() + operand;
+    if (!below || !(s - s == 0)) return false;
+    lo_ = std::bit_cast<std::uint64_t>(s);
+    return true;
+  };
+  const auto doubleBelow = [&] {
+    return asDouble() <
+           std::bit_cast<double>(static_cast<std::uint64_t>(p.max_));
+  };
+  // A clock's own steps (the full signed words and double), or the bounded
+  // steps of a table's lookup, first.
+  if (!BoundedFirst) {
+    if (PreparedShift::is(kind, Kind::kInt64)) return int64Sum();
+    if (PreparedShift::is(kind, Kind::kSigned128)) return int128Sum(false);
+    if (PreparedShift::is(kind, Kind::kDouble)) return doubleSum(true);
+  }
+  if (PreparedShift::is(kind, Kind::kDoubleBelow))
+    return doubleSum(doubleBelow());
+  if (PreparedShift::is(kind, Kind::kSigned128Below)) return int128Sum(true);
+  if (PreparedShift::is(kind, Kind::kWord64)) {
     // Unsigned words of up to 63 bits are non-negative int64_t values.
     std::int64_t r;
     if (__builtin_add_overflow(static_cast<std::int64_t>(lo_),
@@ -566,33 +727,34 @@ inline DataValue::PreparedShift::PreparedShift(const DataType& type,
     hi_ = static_cast<std::uint64_t>(r >> 63);
     return true;
   }
-  const std::uint64_t lo = lo_, hi = hi_;
-  const auto value = static_cast<Int128>((static_cast<UInt128>(hi) << 64) | lo);
-  if (same && p.kind_ == Kind::kNarrow) {
+  if (PreparedShift::is(kind, Kind::kNarrow)) {
     // Unsigned words hold hi_ = 0, so the signed reading is the value.
-    const Int128 r = value + p.signedOperand_;
+    const Int128 r = asInt128() + p.signedOperand_;
     if (r < p.min_ || r > p.max_) return false;
     lo_ = static_cast<std::uint64_t>(r);
     hi_ = static_cast<std::uint64_t>(static_cast<UInt128>(r) >> 64);
     return true;
   }
-  if (same && p.kind_ == Kind::kSigned128) {
-    Int128 r;
-    if (__builtin_add_overflow(value, p.signedOperand_, &r)) return false;
-    lo_ = static_cast<std::uint64_t>(r);
-    hi_ = static_cast<std::uint64_t>(static_cast<UInt128>(r) >> 64);
-    return true;
+  if (BoundedFirst) {
+    if (PreparedShift::is(kind, Kind::kInt64)) return int64Sum();
+    if (PreparedShift::is(kind, Kind::kSigned128)) return int128Sum(false);
+    if (PreparedShift::is(kind, Kind::kDouble)) return doubleSum(true);
   }
-  if (same && p.kind_ == Kind::kDouble) {
-    const double s =
-        asDouble() +
-        std::bit_cast<double>(static_cast<std::uint64_t>(p.signedOperand_));
-    if (!(s - s == 0)) return false;
-    lo_ = std::bit_cast<std::uint64_t>(s + 0.0);
-    return true;
-  }
-  if (same && p.kind_ == Kind::kNone) return false;
+  if (PreparedShift::is(kind, Kind::kNone)) return false;
+  // kFull: the long way, its bound compared the long way too.
+  if (p.bounded_ && !(*this < DataValue(p.boundType_, p.boundLo_, p.boundHi_)))
+    return false;
   return tryAddFromDouble(p.subtract_, p.operand_, mode);
+}
+
+[[gnu::always_inline]] inline bool DataValue::tryAddPrepared(
+    const PreparedShift& p, MathMode mode) noexcept {
+  return tryAddPreparedIn<false>(p, mode);
+}
+
+[[gnu::always_inline]] inline bool DataValue::tryAddBounded(
+    const PreparedShift& p, MathMode mode) noexcept {
+  return tryAddPreparedIn<true>(p, mode);
 }
 
 inline DataValue DataValue::add(const DataType& resultType,

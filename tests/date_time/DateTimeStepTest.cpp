@@ -221,6 +221,15 @@ TEST(DateTimeStep, TryAddPreparedAnswersAsTryAddFromDouble) {
                               (subtract ? " subtract" : " add");
     ASSERT_EQ(b.tryAddPrepared(p, mode), ok) << where;
     ASSERT_EQ(bytesOf(a), bytesOf(b)) << where;
+    // Bounded, it also refuses a value not below the bound.
+    const DataValue bound = r.value(r.between(0, 3) ? type : r.type());
+    const DataValue::PreparedShift below(type, subtract, operand, mode, bound);
+    DataValue c = start, d = start;
+    ASSERT_EQ(c.tryAddBounded(below, mode), ok && start < bound) << where;
+    ASSERT_EQ(d.tryAddPrepared(below, mode), ok && start < bound) << where;
+    if (start < bound) {
+      ASSERT_EQ(bytesOf(a), bytesOf(c)) << where;
+    }
   }
 }
 

@@ -2,10 +2,13 @@
 
 #include <array>
 #include <cmath>
+#include <random>
 
 #include "date_time/TimeStandardConverter.hpp"
 #include "tests/CountingAllocator.hpp"
+#include "tests/TestScale.hpp"
 #include "tests/date_time/LeapTestSupport.hpp"
+#include "tests/date_time/TestHelpers.hpp"
 
 namespace {
 
@@ -173,6 +176,124 @@ TEST(LeapSecondLookup, StaleCursorKeepsTheLaterCountAndHoldFreezesIt) {
   EXPECT_EQ(leapCount(convert(y2020, TS::TAI, t, &held, true), y2020), 5);
   EXPECT_EQ(held, 5u);
   EXPECT_EQ(leapCount(convert(y1990, TS::TAI, t, &past), y1990), 27);
+}
+
+// The prepared conversion against convertTimeStandard, each with a cursor of
+// its own, along random chains of a clock: mostly forward by a fraction of
+// the gap between entries, sometimes back, onto an entry's instant give or
+// take two seconds, to the type's ends, with the flag set, or in another
+// standard than the prepared one. Every pair of standards, storage types
+// from 8 to 128 bits, unsigned ones among them, tables that remove a second,
+// saturate at the type's top or tie at 0 (unsigned, before the epoch), and
+// both rounding and overflow modes: same bits, flag, cursor, overflow report
+// and error on every step.
+TEST(PreparedConversion, MatchesConvertTimeStandardWithACursor) {
+  using FXP::DataType;
+  struct Table {
+    Epoch epoch;
+    DataType type;
+    bool removesASecond;
+  };
+  const Table tables[] = {
+      {Epoch::Epoch1970, DataType::doubleT(), false},
+      {Epoch::EpochMJD, DataType::doubleT(), true},
+      {Epoch::Epoch1970, DataType::fixedT(true, 32, 0), false},
+      {Epoch::Epoch1900, DataType::fixedT(true, 32, 0), false},  // saturates
+      {Epoch::Epoch1970, DataType::fixedT(true, 64, 20), true},
+      {Epoch::EpochJ2000, DataType::fixedT(true, 64, 20), false},
+      {Epoch::Epoch1958, DataType::fixedT(true, 128, 64), false},
+      {Epoch::EpochJD, DataType::fixedT(true, 128, 64), false},
+      {Epoch::Epoch1970, DataType::fixedT(false, 64, 20), true},
+      {Epoch::EpochJ2000, DataType::fixedT(false, 64, 20), false},  // ties
+      {Epoch::Epoch1970, DataType::fixedT(false, 128, 64), false},
+      {Epoch::Epoch1900, DataType::fixedT(false, 33, 0), false},
+      {Epoch::EpochMJD, DataType::fixedT(true, 8, -9), false},
+  };
+  const TS standards[] = {TS::UTC, TS::TDB, TS::TAI, TS::TT};
+  std::mt19937_64 rng(2026);
+  const auto uniform = [&](double lo, double hi) {
+    return std::uniform_real_distribution<double>(lo, hi)(rng);
+  };
+  std::size_t entries = 0, tied = 0;
+  for (const Table& c : tables) {
+    const LeapSecondTableData t =
+        c.removesASecond ? LeapSecondTableDataCreator::build({{1972, {1, 1}},
+                                                              {1990, {0, 1}},
+                                                              {2015, {-1, 0}},
+                                                              {2016, {0, 1}}},
+                                                             c.epoch, c.type)
+                         : LeapSecondTableDataCreator::build(c.epoch, c.type);
+    // A type too narrow for a date leaves its entry out: maybe all of them.
+    const bool empty = t.utcInstants.empty();
+    for (std::size_t i = 1; i < t.utcInstants.size(); ++i)
+      tied += t.utcInstants[i] == t.utcInstants[i - 1];
+    entries += t.utcInstants.size();
+    const double first = empty ? 0 : t.utcInstants.front().toDouble();
+    const double last = empty ? 0 : t.utcInstants.back().toDouble();
+    const double second = DateTimeUtilities::secondsToTimeShift(1.0, c.epoch);
+    const double gap =
+        (last - first) / double(t.utcInstants.size() + 1) + second;
+    for (TS from : standards)
+      for (TS to : standards) {
+        SCOPED_TRACE(testing::Message()
+                     << int(c.epoch) << " w" << c.type.wordLength() << " f"
+                     << c.type.fractionLength() << " from " << int(from)
+                     << " to " << int(to));
+        const TimeStandardConverter::PreparedConversion prepared(
+            t, from, to, c.epoch, c.type);
+        std::uint32_t cursor = 0, expectedCursor = 0;
+        const FXP::MathMode mode(int(rng() % 6), int(rng() % 2));
+        DateTime clock({FXP::DataValue::fromDouble(c.type, first - gap, mode)},
+                       c.epoch, from);
+        for (int step = 0; step < kvtest::scaled(600); ++step) {
+          const int kind = int(rng() % 20);
+          if (kind < 14) {
+            clock.add(uniform(0, gap / 3) / second, kvtest::mc);
+          } else if (kind < 16) {
+            clock.add(-uniform(0, 2 * gap) / second, kvtest::mc);
+          } else if (kind < 19 && !empty) {
+            const FXP::DataValue& at =
+                t.utcInstants[rng() % t.utcInstants.size()];
+            clock.value = at.add(
+                c.type,
+                FXP::DataValue::fromDouble(
+                    c.type, double(int(rng() % 9) - 4) * 0.5 * second, mode),
+                kvtest::mc);
+          } else {
+            clock.value = FXP::DataValue::fromDouble(
+                c.type, rng() % 2 ? 1e300 : -1e300, mode);
+          }
+          clock.isLeapSecond = rng() % 10 == 0;
+          clock.timeStandard = rng() % 10 == 0 ? standards[rng() % 4] : from;
+          FixptRangeMath::FixptRangeMathLogger heard, expectedHeard;
+          FXP::MathControl control(mode), expectedControl(mode);
+          control.setMathLogger(&heard);
+          expectedControl.setMathLogger(&expectedHeard);
+          DateTime got = clock, expected = clock;
+          const std::string error = kvtest::thrownId(
+              [&] { got = prepared.convert(clock, control, cursor); });
+          const std::string expectedError = kvtest::thrownId([&] {
+            expected = TimeStandardConverter::convertTimeStandard(
+                clock, to, t, expectedControl, &expectedCursor);
+          });
+          ASSERT_EQ(error, expectedError) << step;
+          ASSERT_EQ(cursor, expectedCursor) << step;
+          ASSERT_EQ(heard.overflowCount(), expectedHeard.overflowCount());
+          if (!error.empty()) continue;
+          std::array<unsigned char, 16> a{}, b{};
+          got.value.toCompact(a.data(), a.size());
+          expected.value.toCompact(b.data(), b.size());
+          ASSERT_EQ(a, b) << step << ' ' << clock.value.toDecimalString();
+          ASSERT_TRUE(got.value.getDataType() == expected.value.getDataType());
+          ASSERT_EQ(got.isLeapSecond, expected.isLeapSecond);
+          ASSERT_EQ(got.epoch, expected.epoch);
+          ASSERT_EQ(got.timeStandard, expected.timeStandard);
+        }
+      }
+  }
+  // The tables above do hold entries, ties among them.
+  EXPECT_GT(entries, 100u);
+  EXPECT_GT(tied, 0u);
 }
 
 // TDB is taken as UTC; TT to TAI in a second epoch is the identity. (A flag
