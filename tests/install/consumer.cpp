@@ -4,6 +4,7 @@
 // Each public class is used once and its result compared with a published
 // or otherwise independently known value.
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -111,6 +112,13 @@ int main() {
       leap, TimeStandard::TAI, table, control);
   check(tai.value.toDouble() == 1483228826.5 && !tai.isLeapSecond,
         "leap second in TAI");
+  const TimeStandardConverter::PreparedConversion utcToTai(
+      table, TimeStandard::UTC, TimeStandard::TAI, Epoch::Epoch1970,
+      leap.value.getDataType());
+  std::uint32_t cursor = 0;
+  check(utcToTai.convert(leap, control, cursor).value.toDouble() ==
+            1483228826.5,
+        "prepared conversion");
 
   // TDB - TT at J2000.0 is about -72 microseconds (the annual term's sine
   // is just below zero then); a JD double resolves about 40 of them.
@@ -135,6 +143,9 @@ int main() {
       resource_core::toUtf8(DateTimeStructFormatter(j2000, TimeStandard::TT)
                                 .getFormattedStr(u"yyyy-MM-dd HH:mm t"));
   check(text == "2000-01-01 12:00 TT", "formatted J2000.0");
+  check(resource_core::toUtf8(PreparedFormat(u"yyyy-MM-dd HH:mm t")
+                                  .format(j2000, TimeStandard::TT)) == text,
+        "prepared pattern");
 
   // DateTimeParser reads back what the formatter wrote.
   check(DateTimeParser::parse(text, "yyyy-MM-dd HH:mm t", TimeStandard::TT) ==
