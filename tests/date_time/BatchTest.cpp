@@ -10,7 +10,6 @@
 #include <cmath>
 #include <cstring>
 #include <exception>
-#include <limits>
 #include <memory>
 #include <random>
 #include <span>
@@ -23,6 +22,7 @@
 #include "date_time/Clock.hpp"
 #include "date_time/DateTime.hpp"
 #include "date_time/LeapSecondTableData.hpp"
+#include "date_time/StorageTypeName.hpp"
 #include "date_time/TimeStandardConverter.hpp"
 #include "date_time/diagnostics/Raise.hpp"
 #include "tests/CountingAllocator.hpp"
@@ -35,8 +35,6 @@ using namespace KvDateTime;
 using Batch::detail::Path;
 using FXP::DataType;
 using FXP::DataValue;
-using kvbatchtest::BatchFailure;
-using kvbatchtest::batchFailureOf;
 using kvbatchtest::failureOf;
 
 constexpr Epoch kEpochs[] = {Epoch::Epoch1970, Epoch::Epoch1900,
@@ -49,33 +47,92 @@ const DataType kTypes[] = {DataType::doubleT(), DataType::fixedT(true, 64, 20),
                            DataType::fixedT(true, 128, 64),
                            DataType::fixedT(true, 48, -2)};
 
-std::vector<Path> paths() {
+// The processor's instruction-set paths for double storage; none otherwise.
+std::vector<Path> pathsFor(const DataType& type) {
   std::vector<Path> p;
   for (Path q : {Path::Portable, Path::Avx2, Path::Avx512})
-    if (Batch::detail::pathSupported(q)) p.push_back(q);
+    if (type.isDouble() && Batch::detail::pathSupported(q)) p.push_back(q);
   return p;
 }
 
-// Runs f, which must fail with BatchElementFailed; its index and its cause.
+std::string describe(const DataType& type, Epoch epoch, TimeStandard ts) {
+  return StorageTypeName::name(type) + " epoch " + std::to_string(int(epoch)) +
+         " standard " + std::to_string(int(ts));
+}
+
+// Runs f, which must fail with BatchElementFailed naming the third element
+// and nesting `cause`.
 template <typename F>
-BatchFailure failureOfBatch(F&& f) {
+void expectThirdFails(F&& f, const std::string& cause) {
   try {
     f();
+    ADD_FAILURE() << "the batch did not fail; the scalar gave " << cause;
   } catch (...) {
-    return batchFailureOf(std::current_exception());
+    const kvbatchtest::BatchFailure got =
+        kvbatchtest::batchFailureOf(std::current_exception());
+    EXPECT_EQ(got.index, 2);
+    EXPECT_EQ(got.cause, cause);
   }
-  ADD_FAILURE() << "the batch did not fail";
-  return {};
+}
+
+// One stored value as a batch takes it: compact bytes (for double storage
+// the double's own, NaN and infinity included) and a flag.
+struct Element {
+  std::array<std::byte, 16> bytes{};
+  bool flag = false;
+  // As the scalar calls take it; throws where fromCompact refuses the bytes.
+  DvLs value(const DataType& type) const {
+    return {DataValue::fromCompact(type, bytes.data()), flag};
+  }
+};
+
+Element elementOf(const DvLs& x) {
+  Element e;
+  x.value.toCompact(e.bytes.data(), x.value.getDataType().sizeofCompact());
+  e.flag = x.isLeapSecond;
+  return e;
+}
+
+// Elements laid end to end, as doubles too for double storage.
+struct Packed {
+  std::vector<std::byte> bytes;
+  std::vector<double> doubles;
+  std::unique_ptr<bool[]> flagStore;
+  std::span<const bool> flags;
+};
+
+Packed pack(const DataType& type, const std::vector<Element>& xs) {
+  const std::size_t size = type.sizeofCompact();
+  Packed p{{}, {}, std::make_unique<bool[]>(xs.size() + 1), {}};
+  for (std::size_t i = 0; i < xs.size(); ++i) {
+    p.bytes.insert(p.bytes.end(), xs[i].bytes.begin(),
+                   xs[i].bytes.begin() + size);
+    p.flagStore[i] = xs[i].flag;
+  }
+  if (type.isDouble()) {
+    p.doubles.resize(xs.size());
+    std::memcpy(p.doubles.data(), p.bytes.data(), p.bytes.size());
+  }
+  p.flags = {p.flagStore.get(), xs.size()};
+  return p;
+}
+
+// A batch's stored output and flags against the scalar results.
+void expectStored(std::span<const std::byte> out, const bool* flags,
+                  const std::vector<DvLs>& want) {
+  for (std::size_t i = 0, at = 0; i < want.size(); ++i) {
+    const Element w = elementOf(want[i]);
+    const std::size_t size = want[i].value.getDataType().sizeofCompact();
+    ASSERT_TRUE(
+        std::equal(w.bytes.begin(), w.bytes.begin() + size, out.begin() + at))
+        << "element " << i;
+    ASSERT_EQ(flags[i], w.flag) << "element " << i;
+    at += size;
+  }
 }
 
 bool sameBits(double a, double b) {
   return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
-}
-
-std::vector<std::byte> compactOf(const DataValue& v) {
-  std::vector<std::byte> b(v.getDataType().sizeofCompact());
-  v.toCompact(b.data(), b.size());
-  return b;
 }
 
 // Stored values that reach every branch: random instants over the
@@ -122,106 +179,81 @@ bool inType(double d, const DataType& type, DataValue& out) {
   return !overflow.overflowOccurred();
 }
 
+// The doubles as elements of `type`: every one for double storage, those
+// that fit for fixed point; every seventh flagged when `flagSome`.
+std::vector<Element> elementsOf(const DataType& type,
+                                const std::vector<double>& ds, bool flagSome) {
+  std::vector<Element> out;
+  for (double d : ds) {
+    DataValue v;
+    if (type.isDouble()) {
+      out.emplace_back();
+      std::memcpy(out.back().bytes.data(), &d, sizeof d);
+    } else if (inType(d, type, v)) {
+      out.push_back(elementOf({v, false}));
+    } else {
+      continue;
+    }
+    out.back().flag = flagSome && out.size() % 7 == 0;
+  }
+  return out;
+}
+
 TEST(BatchToCalendar, EqualsTheScalarReadBackInEveryEpochStandardAndType) {
   std::mt19937_64 rng(20261123);
   for (const DataType& type : kTypes) {
     for (Epoch epoch : kEpochs) {
       for (TimeStandard ts : kStandards) {
-        SCOPED_TRACE(testing::Message()
-                     << "type " << type.wordLength() << ':'
-                     << type.fractionLength() << " epoch " << int(epoch)
-                     << " standard " << int(ts));
-        std::vector<DataValue> values;
-        std::vector<bool> flags;
-        std::vector<double> doubles;
-        for (double d : storedValues(epoch, rng)) {
-          DataValue v;
-          if (!inType(d, type, v)) continue;
-          values.push_back(v);
-          doubles.push_back(d);
-          flags.push_back(ts == TimeStandard::UTC && values.size() % 7 == 0);
-        }
-        if (type.isDouble()) {
-          for (double d : {std::nan(""), HUGE_VAL}) doubles.push_back(d);
-        }
+        SCOPED_TRACE(describe(type, epoch, ts));
+        std::vector<double> ds = storedValues(epoch, rng);
+        if (type.isDouble()) ds.insert(ds.end(), {std::nan(""), HUGE_VAL});
         std::vector<double> rows;
-        std::vector<std::size_t> good;
-        std::vector<std::pair<std::size_t, std::string>> bad;
-        const std::size_t n = type.isDouble() ? doubles.size() : values.size();
-        for (std::size_t i = 0; i < n; ++i) {
-          const bool flag = i < flags.size() && flags[i];
+        std::vector<Element> good;
+        std::vector<std::pair<Element, std::string>> bad;
+        for (const Element& x : elementsOf(type, ds, ts == TimeStandard::UTC)) {
           try {
-            const DataValue v =
-                type.isDouble()
-                    ? DataValue::fromCompact(DataType::doubleT(), &doubles[i])
-                    : values[i];
-            const DateTimeStruct c =
-                DateTime::convertDVToDateTimeStruct(DvLs{v, flag}, epoch, ts);
-            for (double f : c.toArray()) rows.push_back(f);
-            good.push_back(i);
+            for (double f :
+                 DateTime::convertDVToDateTimeStruct(x.value(type), epoch, ts)
+                     .toArray())
+              rows.push_back(f);
+            good.push_back(x);
           } catch (...) {
-            bad.emplace_back(i, failureOf(std::current_exception()));
+            bad.emplace_back(x, failureOf(std::current_exception()));
           }
         }
         ASSERT_GT(good.size(), 300u);
-        // The good values in one call, with their flags.
-        std::vector<double> goodDoubles;
-        std::vector<std::byte> goodBytes;
-        std::unique_ptr<bool[]> goodFlags(new bool[good.size()]);
-        for (std::size_t k = 0; k < good.size(); ++k) {
-          const std::size_t i = good[k];
-          goodFlags[k] = i < flags.size() && flags[i];
-          if (type.isDouble()) goodDoubles.push_back(doubles[i]);
-          for (std::byte b : compactOf(
-                   type.isDouble() ? DataValue::fromCompact(type, &doubles[i])
-                                   : values[i]))
-            goodBytes.push_back(b);
-        }
-        const std::span<const bool> fl(goodFlags.get(), good.size());
+        const Packed in = pack(type, good);
         std::vector<double> out(rows.size());
-        Batch::toCalendar(goodBytes, type, epoch, ts, out, fl);
-        for (std::size_t j = 0; j < rows.size(); ++j)
-          ASSERT_TRUE(sameBits(out[j], rows[j]))
-              << "compact, value " << good[j / 6] << " field " << j % 6;
-        if (type.isDouble()) {
-          for (Path path : paths()) {
-            std::fill(out.begin(), out.end(), -1.0);
-            Batch::detail::toCalendarOn(path, goodDoubles, epoch, ts, out, fl);
-            for (std::size_t j = 0; j < rows.size(); ++j)
-              ASSERT_TRUE(sameBits(out[j], rows[j]))
-                  << "path " << int(path) << ", value " << good[j / 6]
-                  << " field " << j % 6;
-          }
+        const auto expectRows = [&](const char* how) {
+          for (std::size_t j = 0; j < rows.size(); ++j)
+            ASSERT_TRUE(sameBits(out[j], rows[j]))
+                << how << ", value " << j / 6 << " field " << j % 6;
+        };
+        Batch::toCalendar(in.bytes, type, epoch, ts, out, in.flags);
+        expectRows("compact");
+        for (Path path : pathsFor(type)) {
+          std::fill(out.begin(), out.end(), -1.0);
+          Batch::detail::toCalendarOn(path, in.doubles, epoch, ts, out,
+                                      in.flags);
+          expectRows("a path");
         }
         // Each failure after two good values: index 2, the scalar's cause.
-        for (const auto& [i, cause] : bad) {
-          std::vector<double> three = {
-              goodDoubles.empty() ? 0.0 : goodDoubles[0],
-              goodDoubles.empty() ? 0.0 : goodDoubles[1],
-              type.isDouble() ? doubles[i] : 0.0};
-          const bool flag = i < flags.size() && flags[i];
-          const bool three_flags[3] = {false, false, flag};
+        for (const auto& [x, cause] : bad) {
+          const Packed three = pack(type, {good[0], good[1], x});
           std::vector<double> out3(18);
-          if (type.isDouble()) {
-            for (Path path : paths()) {
-              const BatchFailure f = failureOfBatch([&] {
-                Batch::detail::toCalendarOn(path, three, epoch, ts, out3,
-                                            three_flags);
-              });
-              EXPECT_EQ(f.index, 2) << "value " << i;
-              EXPECT_EQ(f.cause, cause) << "value " << i;
-            }
-          } else {
-            std::vector<std::byte> bytes(
-                goodBytes.begin(),
-                goodBytes.begin() + 2 * type.sizeofCompact());
-            for (std::byte b : compactOf(values[i])) bytes.push_back(b);
-            const BatchFailure f = failureOfBatch([&] {
-              Batch::toCalendar(bytes, type, epoch, ts, out3, three_flags);
-            });
-            EXPECT_EQ(f.index, 2) << "value " << i;
-            EXPECT_EQ(f.cause, cause) << "value " << i;
-          }
+          expectThirdFails(
+              [&] {
+                Batch::toCalendar(three.bytes, type, epoch, ts, out3,
+                                  three.flags);
+              },
+              cause);
+          for (Path path : pathsFor(type))
+            expectThirdFails(
+                [&] {
+                  Batch::detail::toCalendarOn(path, three.doubles, epoch, ts,
+                                              out3, three.flags);
+                },
+                cause);
         }
       }
     }
@@ -237,70 +269,41 @@ TEST(BatchToCalendarReadings, EqualsTheClocksReadingOfEachValue) {
        {DataType::doubleT(), DataType::fixedT(true, 128, 64)}) {
     for (Epoch epoch : kEpochs) {
       for (TimeStandard ts : {TimeStandard::UTC, TimeStandard::TAI}) {
-        SCOPED_TRACE(testing::Message()
-                     << "type " << type.wordLength() << " epoch " << int(epoch)
-                     << " standard " << int(ts));
-        std::vector<double> doubles = storedValues(epoch, rng);
-        for (double d : {-1e-17, -0x1p-40, 59.9999999999999, 0x1p63,
-                         -0x1p63 - 4096, 1e300, std::nan(""), -HUGE_VAL})
-          doubles.push_back(d);
-        std::vector<DataValue> values;
-        std::vector<double> kept;
-        for (double d : doubles) {
-          DataValue v;
-          if (type.isDouble()) {
-            kept.push_back(d);
-          } else if (inType(d, type, v)) {
-            kept.push_back(d);
-            values.push_back(v);
-          }
-        }
-        for (std::size_t i = 0; i < kept.size(); ++i) {
-          const bool flag = ts == TimeStandard::UTC && i % 7 == 0;
+        SCOPED_TRACE(describe(type, epoch, ts));
+        std::vector<double> ds = storedValues(epoch, rng);
+        ds.insert(ds.end(), {-1e-17, -0x1p-40, 59.9999999999999, 0x1p63,
+                             -0x1p63 - 4096, 1e300, std::nan(""), -HUGE_VAL});
+        // Each value third, after two that read.
+        std::vector<Element> three(3);
+        for (int k = 0; k < 2; ++k)
+          three[k] = elementOf(DateTime(
+              DateTimeStruct({2000.0 + k, 1, 1, 0, 0, 0}), epoch, ts, type));
+        for (const Element& x : elementsOf(type, ds, ts == TimeStandard::UTC)) {
+          three[2] = x;
+          const Packed in = pack(type, three);
+          std::vector<double> out(18);
+          const auto call = [&] {
+            if (type.isDouble())
+              Batch::toCalendarReadings(in.doubles, epoch, ts, out, in.flags);
+            else
+              Batch::toCalendarReadings(in.bytes, type, epoch, ts, out,
+                                        in.flags);
+          };
           std::string cause;
           DateTimeStruct want{};
           try {
-            const DataValue v = type.isDouble()
-                                    ? DataValue::fromCompact(type, &kept[i])
-                                    : values[i];
-            want = Clock::readingOf(DateTime(DvLs{v, flag}, epoch, ts));
+            want = Clock::readingOf(DateTime(x.value(type), epoch, ts));
           } catch (...) {
             cause = failureOf(std::current_exception());
           }
-          // The value third, after two that read.
-          const auto countOf = [&](double year) {
-            return DateTime(DateTimeStruct({year, 1, 1, 0, 0, 0}), epoch, ts,
-                            DataType::doubleT())
-                .value.toDouble();
-          };
-          const double firstTwo[2] = {countOf(2000), countOf(2001)};
-          std::vector<double> three = {firstTwo[0], firstTwo[1], kept[i]};
-          const bool flags[3] = {false, false, flag};
-          std::vector<double> out(18);
-          const auto call = [&] {
-            if (type.isDouble()) {
-              Batch::toCalendarReadings(three, epoch, ts, out, flags);
-              return;
-            }
-            std::vector<std::byte> bytes;
-            for (double d : {firstTwo[0], firstTwo[1]}) {
-              DataValue v;
-              ASSERT_TRUE(inType(d, type, v));
-              for (std::byte b : compactOf(v)) bytes.push_back(b);
-            }
-            for (std::byte b : compactOf(values[i])) bytes.push_back(b);
-            Batch::toCalendarReadings(bytes, type, epoch, ts, out, flags);
-          };
-          if (cause.empty()) {
-            call();
-            for (int f = 0; f < 6; ++f)
-              ASSERT_TRUE(sameBits(out[12 + f], want.toArray()[f]))
-                  << "value " << kept[i] << " field " << f;
-          } else {
-            const BatchFailure failure = failureOfBatch(call);
-            EXPECT_EQ(failure.index, 2) << "value " << kept[i];
-            EXPECT_EQ(failure.cause, cause) << "value " << kept[i];
+          if (!cause.empty()) {
+            expectThirdFails(call, cause);
+            continue;
           }
+          call();
+          for (int f = 0; f < 6; ++f)
+            ASSERT_TRUE(sameBits(out[12 + f], want.toArray()[f]))
+                << "value " << x.value(type).value.toDouble() << " field " << f;
         }
       }
     }
@@ -311,31 +314,17 @@ TEST(BatchToCalendarReadings, EqualsTheClocksReadingOfEachValue) {
 // (at a half-year's end and elsewhere), each field just outside its range,
 // fractions of whole fields, NaN and infinite fields, the range's ends.
 std::vector<std::array<double, 6>> readings(std::mt19937_64& rng) {
-  std::vector<std::array<double, 6>> r = {{1400, 1, 1, 0, 0, 0},
-                                          {9999, 12, 31, 23, 59, 59.999999},
-                                          {2016, 12, 31, 23, 59, 60.5},
-                                          {2016, 6, 15, 12, 0, 60.25},
-                                          {2000, 2, 29, 1, 2, 3.5},
-                                          {1900, 2, 29, 0, 0, 0},
-                                          {2016, 13, 1, 0, 0, 0},
-                                          {2016, 1, 32, 0, 0, 0},
-                                          {2016, 1, 1, 24, 0, 0},
-                                          {2016, 1, 1, 0, 60, 0},
-                                          {2016, 1, 1, 0, 0, 61},
-                                          {2016, 1, 1, 0, 0, -0.5},
-                                          {1399, 12, 31, 23, 59, 59},
-                                          {10000, 1, 1, 0, 0, 0},
-                                          {2016, 1.5, 1, 0, 0, 0},
-                                          {2016, 1, 1, 0.5, 0, 0},
-                                          {2016, 1, 1, 0, 0, std::nan("")},
-                                          {2016, 1, 65537, 0, 0, 0},
-                                          {2016, 1, 65536, 0, 0, 0},
-                                          {2016, 1, HUGE_VAL, 0, 0, 0},
-                                          {std::nan(""), 1, 1, 0, 0, 0},
-                                          {0, 0, 0, 0, 0, 0},
-                                          {1970, 1, 1, 0, 0, 0.1839999999999},
-                                          {1970, 1, 1, 0, 0, 0.184},
-                                          {2024, 2, 29, 23, 59, 59.75}};
+  // clang-format off
+  std::vector<std::array<double, 6>> r = {
+      {1400, 1, 1, 0, 0, 0}, {9999, 12, 31, 23, 59, 59.999999}, {2016, 12, 31, 23, 59, 60.5},
+      {2016, 6, 15, 12, 0, 60.25}, {2000, 2, 29, 1, 2, 3.5}, {1900, 2, 29, 0, 0, 0},
+      {2016, 13, 1, 0, 0, 0}, {2016, 1, 32, 0, 0, 0}, {2016, 1, 1, 24, 0, 0}, {2016, 1, 1, 0, 60, 0},
+      {2016, 1, 1, 0, 0, 61}, {2016, 1, 1, 0, 0, -0.5}, {1399, 12, 31, 23, 59, 59}, {10000, 1, 1, 0, 0, 0},
+      {2016, 1.5, 1, 0, 0, 0}, {2016, 1, 1, 0.5, 0, 0}, {2016, 1, 1, 0, 0, std::nan("")},
+      {2016, 1, 65537, 0, 0, 0}, {2016, 1, 65536, 0, 0, 0}, {2016, 1, HUGE_VAL, 0, 0, 0},
+      {std::nan(""), 1, 1, 0, 0, 0}, {0, 0, 0, 0, 0, 0}, {1970, 1, 1, 0, 0, 0.1839999999999},
+      {1970, 1, 1, 0, 0, 0.184}, {2024, 2, 29, 23, 59, 59.75}};
+  // clang-format on
   std::uniform_int_distribution<int> year(1400, 9999), recent(1970, 2105),
       month(1, 12), day(1, 31), hour(0, 23), minute(0, 59), second(0, 59);
   std::uniform_real_distribution<double> frac(0.0, 1.0);
@@ -346,9 +335,9 @@ std::vector<std::array<double, 6>> readings(std::mt19937_64& rng) {
   return r;
 }
 
-void fixedFromCalendar(bool checked, std::span<const double> calendar,
-                       Epoch epoch, TimeStandard ts, const DataType& type,
-                       std::span<std::byte> stored, std::span<bool> flags) {
+void fromCalendarAs(bool checked, std::span<const double> calendar, Epoch epoch,
+                    TimeStandard ts, const DataType& type,
+                    std::span<std::byte> stored, std::span<bool> flags) {
   if (checked)
     Batch::fromCalendarChecked(calendar, epoch, ts, type, stored, flags);
   else
@@ -362,10 +351,8 @@ TEST(BatchFromCalendar, EqualsTheConstructorInEveryEpochStandardAndType) {
     for (Epoch epoch : kEpochs) {
       for (TimeStandard ts : kStandards) {
         for (const bool checked : {false, true}) {
-          SCOPED_TRACE(testing::Message()
-                       << "type " << type.wordLength() << ':'
-                       << type.fractionLength() << " epoch " << int(epoch)
-                       << " standard " << int(ts) << " checked " << checked);
+          SCOPED_TRACE(describe(type, epoch, ts) + " checked " +
+                       std::to_string(checked));
           std::vector<double> good;
           std::vector<DvLs> want;
           std::vector<std::pair<std::array<double, 6>, std::string>> bad;
@@ -382,11 +369,10 @@ TEST(BatchFromCalendar, EqualsTheConstructorInEveryEpochStandardAndType) {
                   !DateTime::isValueInRangeOfType(cal, epoch, ts, type))
                 throw std::overflow_error("");
               // A checked leap second is judged as the clock judges it.
-              const DateTime dt =
-                  checked && ts == TimeStandard::UTC && cal.second >= 60.0
-                      ? Clock::timePointFrom(cal, ts, epoch, type)
-                      : DateTime(cal, epoch, ts, type);
-              want.push_back(dt);
+              want.push_back(checked && ts == TimeStandard::UTC &&
+                                     cal.second >= 60.0
+                                 ? Clock::timePointFrom(cal, ts, epoch, type)
+                                 : DateTime(cal, epoch, ts, type));
               good.insert(good.end(), row.begin(), row.end());
             } catch (...) {
               bad.emplace_back(row, failureOf(std::current_exception()));
@@ -396,43 +382,31 @@ TEST(BatchFromCalendar, EqualsTheConstructorInEveryEpochStandardAndType) {
           ASSERT_GT(n, 300u);
           std::unique_ptr<bool[]> flags(new bool[n]);
           const std::span<bool> fl(flags.get(), n);
-          const auto check = [&](const std::vector<std::byte>& bytes) {
-            for (std::size_t i = 0; i < n; ++i) {
-              ASSERT_EQ(std::vector<std::byte>(
-                            bytes.begin() + i * type.sizeofCompact(),
-                            bytes.begin() + (i + 1) * type.sizeofCompact()),
-                        compactOf(want[i].value))
-                  << "row " << i;
-              ASSERT_EQ(flags[i], want[i].isLeapSecond) << "row " << i;
-            }
-          };
           std::vector<std::byte> bytes(n * type.sizeofCompact());
-          fixedFromCalendar(checked, good, epoch, ts, type, bytes, fl);
-          check(bytes);
-          if (type.isDouble()) {
-            for (Path path : paths()) {
-              std::vector<double> out(n, -1.0);
-              Batch::detail::fromCalendarOn(path, checked, good, epoch, ts, out,
-                                            fl);
-              std::memcpy(bytes.data(), out.data(), bytes.size());
-              check(bytes);
-            }
+          fromCalendarAs(checked, good, epoch, ts, type, bytes, fl);
+          expectStored(bytes, flags.get(), want);
+          for (Path path : pathsFor(type)) {
+            std::vector<double> out(n, -1.0);
+            Batch::detail::fromCalendarOn(path, checked, good, epoch, ts, out,
+                                          fl);
+            expectStored(std::as_bytes(std::span(out)), flags.get(), want);
           }
           for (const auto& [row, cause] : bad) {
             std::vector<double> three(good.begin(), good.begin() + 12);
             three.insert(three.end(), row.begin(), row.end());
             std::vector<double> out(3);
             std::vector<std::byte> outBytes(3 * type.sizeofCompact());
-            const BatchFailure f = failureOfBatch([&] {
-              if (type.isDouble())
-                Batch::detail::fromCalendarOn(paths().back(), checked, three,
-                                              epoch, ts, out, {});
-              else
-                fixedFromCalendar(checked, three, epoch, ts, type, outBytes,
-                                  {});
-            });
-            EXPECT_EQ(f.index, 2);
-            EXPECT_EQ(f.cause, cause);
+            expectThirdFails(
+                [&] {
+                  if (type.isDouble())
+                    Batch::detail::fromCalendarOn(pathsFor(type).back(),
+                                                  checked, three, epoch, ts,
+                                                  out, {});
+                  else
+                    fromCalendarAs(checked, three, epoch, ts, type, outBytes,
+                                   {});
+                },
+                cause);
           }
         }
       }
@@ -449,7 +423,7 @@ TEST(BatchFromCalendar, EveryDayOfTheCalendarGoesThereAndBackAsTheScalar) {
   std::vector<double> stored;
   for (std::int64_t d = first; d <= last; d += kvtest::reduction())
     stored.push_back(double(d) * 86400 + std::floor(second(rng) * 8) / 8);
-  for (Path path : paths()) {
+  for (Path path : pathsFor(DataType::doubleT())) {
     std::vector<double> calendar(6 * stored.size()), back(stored.size());
     Batch::detail::toCalendarOn(path, stored, Epoch::Epoch1970,
                                 TimeStandard::TAI, calendar, {});
@@ -515,19 +489,15 @@ TEST(BatchConvertStandard, EqualsTheScalarConversionForUnsortedValues) {
         std::shuffle(doubles.begin(), doubles.end(), rng);
         for (TimeStandard from : kStandards) {
           for (TimeStandard to : kStandards) {
-            SCOPED_TRACE(testing::Message()
-                         << "type " << type.wordLength() << ':'
-                         << type.fractionLength() << " epoch " << int(epoch)
-                         << ' ' << int(from) << " to " << int(to) << " removal "
-                         << removal);
-            std::vector<DvLs> in;
+            SCOPED_TRACE(describe(type, epoch, from) + " to " +
+                         std::to_string(int(to)) + " removal " +
+                         std::to_string(removal));
+            std::vector<Element> in;
             std::vector<DvLs> want;
-            std::vector<std::pair<DvLs, std::string>> bad;
-            for (std::size_t i = 0; i < doubles.size(); ++i) {
-              DataValue v;
-              if (!inType(doubles[i], type, v)) continue;
-              const DvLs x{v, from == TimeStandard::UTC && i % 5 == 0};
-              auto r = scalarConversion(x, epoch, from, to, table);
+            std::vector<std::pair<Element, std::string>> bad;
+            for (const Element& x :
+                 elementsOf(type, doubles, from == TimeStandard::UTC)) {
+              auto r = scalarConversion(x.value(type), epoch, from, to, table);
               if (auto* ok = std::get_if<DvLs>(&r)) {
                 in.push_back(x);
                 want.push_back(*ok);
@@ -536,52 +506,29 @@ TEST(BatchConvertStandard, EqualsTheScalarConversionForUnsortedValues) {
               }
             }
             const std::size_t n = in.size();
-            std::vector<std::byte> bytes;
-            std::vector<double> ds;
-            std::unique_ptr<bool[]> flags(new bool[n + 3]),
-                flagsOut(new bool[n + 3]);
-            for (std::size_t i = 0; i < n; ++i) {
-              for (std::byte b : compactOf(in[i].value)) bytes.push_back(b);
-              ds.push_back(in[i].value.toDouble());
-              flags[i] = in[i].isLeapSecond;
-            }
-            const auto check = [&](const std::vector<std::byte>& out) {
-              for (std::size_t i = 0; i < n; ++i) {
-                ASSERT_EQ(std::vector<std::byte>(
-                              out.begin() + i * type.sizeofCompact(),
-                              out.begin() + (i + 1) * type.sizeofCompact()),
-                          compactOf(want[i].value))
-                    << "value " << i;
-                ASSERT_EQ(flagsOut[i], want[i].isLeapSecond) << i;
-              }
-            };
-            std::vector<std::byte> out(bytes.size());
-            Batch::convertStandard(bytes, type, epoch, from, to, table, out,
-                                   {flags.get(), n}, {flagsOut.get(), n});
-            check(out);
-            if (type.isDouble()) {
-              for (Path path : paths()) {
-                std::vector<double> o(n, -1.0);
-                Batch::detail::convertStandardOn(path, ds, epoch, from, to,
-                                                 table, o, {flags.get(), n},
-                                                 {flagsOut.get(), n});
-                if (n > 0) std::memcpy(out.data(), o.data(), out.size());
-                check(out);
-              }
+            const Packed p = pack(type, in);
+            std::unique_ptr<bool[]> flagsOut(new bool[n + 1]);
+            std::vector<std::byte> out(p.bytes.size());
+            Batch::convertStandard(p.bytes, type, epoch, from, to, table, out,
+                                   p.flags, {flagsOut.get(), n});
+            expectStored(out, flagsOut.get(), want);
+            for (Path path : pathsFor(type)) {
+              std::vector<double> o(n, -1.0);
+              Batch::detail::convertStandardOn(path, p.doubles, epoch, from, to,
+                                               table, o, p.flags,
+                                               {flagsOut.get(), n});
+              expectStored(std::as_bytes(std::span(o)), flagsOut.get(), want);
             }
             for (const auto& [x, cause] : bad) {
               if (n < 2) break;
-              std::vector<std::byte> three(
-                  bytes.begin(), bytes.begin() + 2 * type.sizeofCompact());
-              for (std::byte b : compactOf(x.value)) three.push_back(b);
-              const bool f3[3] = {flags[0], flags[1], x.isLeapSecond};
-              std::vector<std::byte> o3(three.size());
-              const BatchFailure f = failureOfBatch([&] {
-                Batch::convertStandard(three, type, epoch, from, to, table, o3,
-                                       f3);
-              });
-              EXPECT_EQ(f.index, 2);
-              EXPECT_EQ(f.cause, cause);
+              const Packed three = pack(type, {in[0], in[1], x});
+              std::vector<std::byte> o3(three.bytes.size());
+              expectThirdFails(
+                  [&] {
+                    Batch::convertStandard(three.bytes, type, epoch, from, to,
+                                           table, o3, three.flags);
+                  },
+                  cause);
             }
           }
         }
@@ -589,7 +536,6 @@ TEST(BatchConvertStandard, EqualsTheScalarConversionForUnsortedValues) {
     }
   }
 }
-
 // A log's worth of values through every function, double and fixed point,
 // the fast loops and the scalar ones: not one allocation.
 TEST(BatchAllocation, ConversionsOfValidArraysAllocateNothing) {

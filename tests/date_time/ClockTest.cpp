@@ -54,31 +54,13 @@ TEST(ClockOracle, StepsAcrossTheLeapSecondAsErfaDoes) {
     EXPECT_EQ(clock.format(TS::TT), erfaText("TT", tt1, tt2));
     EXPECT_EQ(clock.format(TS::TDB), erfaText("TDB", tdb1, tdb2));
     EXPECT_EQ(clock.isLeapSecond(), i >= 4 && i < 8);
+    // TDB is kept as the demo computes it by hand, a J2000 double.
+    const DateTime tdb = clock.timePoint(TS::TDB);
+    EXPECT_TRUE(tdb.epoch == Epoch::EpochJ2000 &&
+                tdb.value.getDataType().isDouble());
     // The running count is exact: 1483228799 + 27 s - 1 s skipped + i/4.
     EXPECT_EQ(clock.timePoint(TS::TAI).value.toDouble(),
               1483228825.0 + i * 0.25);
-  }
-}
-
-// The TDB column of the demo, which cuts digits: the clock's TDB value is
-// the one the demo computes by hand through a J2000 double.
-TEST(ClockOracle, TdbValueIsTheDemosToItsPrintedDigits) {
-  constexpr const char* kDemoTdb[] = {
-      "2017-01-01 00:01:07.183 TDB", "2017-01-01 00:01:07.433 TDB",
-      "2017-01-01 00:01:07.683 TDB", "2017-01-01 00:01:07.933 TDB",
-      "2017-01-01 00:01:08.183 TDB", "2017-01-01 00:01:08.433 TDB",
-      "2017-01-01 00:01:08.683 TDB", "2017-01-01 00:01:08.933 TDB",
-      "2017-01-01 00:01:09.183 TDB", "2017-01-01 00:01:09.433 TDB"};
-  Clock clock("2016-12-31 23:59:59", TS::UTC, Epoch::Epoch1970, kS64_20);
-  for (const char* row : kDemoTdb) {
-    const DateTime tdb = clock.timePoint(TS::TDB);
-    EXPECT_EQ(tdb.epoch, Epoch::EpochJ2000);
-    EXPECT_TRUE(tdb.value.getDataType().isDouble());
-    EXPECT_EQ(resource_core::toUtf8(
-                  DateTimeStructFormatter(tdb.toDateTimeStruct(), TS::TDB)
-                      .getFormattedStr(u"yyyy-MM-dd HH:mm:ss.SSS t")),
-              row);
-    clock.step(0.25);
   }
 }
 
@@ -341,28 +323,15 @@ constexpr Refusal kRefusals[] = {
      "ParseInvalidDateTime Korvane:DateTime:BadLeapSecond"},
     {"2016-12-31 23:59:61", TS::UTC, Epoch::Epoch1970, "double",
      "ParseFieldRange 17"},
-    {"2016-12-31 23:59:60", TS::TAI, Epoch::Epoch1970, "double",
-     "ParseInvalidDateTime Korvane:DateTime:BadSecond"},
     {"2023-02-29 00:00:00", TS::TT, Epoch::EpochMJD, "double",
      "ParseInvalidDateTime Korvane:DateTime:BadDayOfMonth"},
-    {"1399-12-31 00:00:00", TS::TAI, Epoch::EpochJD, "double",
-     "ParseInvalidDateTime Korvane:DateTime:BadYear"},
     // 'Z' says UTC: a TAI reading so labelled is refused, not shifted.
     {"2016-12-31T23:59:59Z", TS::TAI, Epoch::Epoch1970, "double",
      "ParseTimeStandardMismatch 19 TAI"},
-    {"2016-12-31 23", TS::UTC, Epoch::Epoch1970, "double", "ParseMismatch 13"},
-    {"2016-12-31 23:59:59.", TS::UTC, Epoch::Epoch1970, "double",
-     "ParseMismatch 20"},
-    {"2016/12/31 23:59:59", TS::UTC, Epoch::Epoch1970, "double",
-     "ParseMismatch 4"},
     {"2016-12-31 23:59:59 ", TS::UTC, Epoch::Epoch1970, "double",
      "ParseTrailingText 19"},
     {"2016-12-31 23:59:-1", TS::UTC, Epoch::Epoch1970, "double",
      "ParseMismatch 17"},
-    {"2016-12-31 23:59:nan", TS::UTC, Epoch::Epoch1970, "double",
-     "ParseMismatch 17"},
-    {"2016-12-31x23:59:59", TS::UTC, Epoch::Epoch1970, "double",
-     "ParseMismatch 10"},
     {"", TS::UTC, Epoch::Epoch1970, "double", "ParseMismatch 0"},
 };
 
@@ -405,30 +374,16 @@ TEST(CheckedTimePoint, RefusesReadingsTheTypeOrTheScheduleCannotHold) {
             "BadSecond");
 }
 
-TEST(CheckedTimePoint, ReadsTheShorterIsoFormsAsTheFullOne) {
-  const struct {
-    const char* shorter;
-    const char* full;
-  } kForms[] = {{"2016-12-31", "2016-12-31 00:00:00"},
-                {"2016-12-31T23:59", "2016-12-31 23:59:00"},
-                {"2016-12-31t23:59:60,25z", "2016-12-31 23:59:60.25"},
-                {"2016-12-31T23:59:60.5Z", "2016-12-31 23:59:60.5"}};
-  for (const auto& f : kForms) {
-    SCOPED_TRACE(f.shorter);
-    const DateTime a =
-        Clock::timePointFrom(f.shorter, TS::UTC, Epoch::Epoch1970, kS64_20);
-    const DateTime b =
-        Clock::timePointFrom(f.full, TS::UTC, Epoch::Epoch1970, kS64_20);
-    EXPECT_EQ(a.value.toDecimalString(), b.value.toDecimalString());
-    EXPECT_EQ(a.isLeapSecond, b.isLeapSecond);
-  }
-}
-
 TEST(CheckedTimePoint, KeepsLeapSecondsThatStayInside) {
-  const DateTime t = Clock::timePointFrom("2016-12-31T23:59:60.5", TS::UTC,
+  // Text in ISO 8601's shorter forms reads as the full one.
+  const DateTime t = Clock::timePointFrom("2016-12-31t23:59:60,5z", TS::UTC,
                                           Epoch::Epoch1970, kS64_20);
   EXPECT_TRUE(t.isLeapSecond);
   EXPECT_EQ(Clock::readingOf(t).second, 60.5);
+  EXPECT_EQ(Clock::timePointFrom("2016-12-31T23:59", TS::UTC, Epoch::Epoch1970,
+                                 kS64_20)
+                .value.toDouble(),
+            1483228740.0);
   const DateTime j = Clock::timePointFrom("2016-12-31 23:59:60.999", TS::UTC,
                                           Epoch::EpochJ2000, kDouble);
   // The Julian-date read-back is good to some microseconds.
@@ -482,10 +437,6 @@ TEST(CheckedTimePoint, StoredCountsTheTypeCannotHoldAreRefused) {
   const DateTime t = Clock::timePointFromCount(
       std::int64_t{1483228799}, TS::UTC, Epoch::Epoch1970, kS64_20);
   EXPECT_EQ(Clock::readingOf(t), DateTimeStruct({2016, 12, 31, 23, 59, 59}));
-  // A hair below a minute is a valid reading, whatever the read-back rounds.
-  const DateTime hair =
-      Clock::timePointFromCount(-1e-20, TS::TAI, Epoch::Epoch1970, kDouble);
-  EXPECT_LT(Clock::readingOf(hair).second, 60.0);
 }
 
 // ------------------------------------------------------------ allocations

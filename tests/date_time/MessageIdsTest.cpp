@@ -49,50 +49,19 @@ TEST(MessageIdCatalog, EveryCatalogIdIsListed) {
 TEST(MessageIdCatalog, HostVisibleIdsKeepTheirSpelling) {
   const std::set<std::string_view> listed(kd::kMsgIdNames.begin(),
                                           kd::kMsgIdNames.end());
-  for (std::string_view id : {"BadYear",
-                              "BadMonth",
-                              "BadDayOfMonth",
-                              "BadHour",
-                              "BadMinute",
-                              "BadSecond",
-                              "BadSecondUTC",
-                              "BadLeapSecond",
-                              "BadYearModelConfig",
-                              "BadTAIModelConfig",
-                              "BadLeapSecondBoolTimeStandard",
-                              "BadLeapSecondBoolTimestamp",
-                              "TimestampIsNegativeLeapSecond",
-                              "TDBTSOnlySupportJulianDayTU",
-                              "TDBTSOnlySupportDoubleSDT",
-                              "InvalidFormatChar",
-                              "InvalidDayOfWeekToken",
-                              "MultipleFractionalSecondTokens",
-                              "BadLeapSecondListLine",
-                              "BadLeapSecondListStart",
-                              "BadLeapSecondListDate",
-                              "BadLeapSecondListStep",
-                              "BadLeapSecondListEmpty",
-                              "BadLeapSecondListHash"})
+  // clang-format off
+  for (std::string_view id : {
+           "BadYear", "BadMonth", "BadDayOfMonth", "BadHour", "BadMinute", "BadSecond", "BadSecondUTC",
+           "BadLeapSecond", "BadYearModelConfig", "BadTAIModelConfig", "BadLeapSecondBoolTimeStandard",
+           "BadLeapSecondBoolTimestamp", "TimestampIsNegativeLeapSecond", "TDBTSOnlySupportJulianDayTU",
+           "TDBTSOnlySupportDoubleSDT", "InvalidFormatChar", "InvalidDayOfWeekToken",
+           "MultipleFractionalSecondTokens", "BadLeapSecondListLine", "BadLeapSecondListStart",
+           "BadLeapSecondListDate", "BadLeapSecondListStep", "BadLeapSecondListEmpty", "BadLeapSecondListHash"})
+    // clang-format on
     EXPECT_EQ(listed.count(id), 1u) << id;
   EXPECT_STREQ(kd::idName(kd::MsgId::BadSecondUTC), "BadSecondUTC");
   EXPECT_STREQ(kd::idName(kd::MsgId::BadLeapSecondListHash),
                "BadLeapSecondListHash");
-}
-
-TEST(MessageIdClasses, CarryTheirIdAndArguments) {
-  using resource_core::MsgArgument;
-  EXPECT_EQ(kd::BadYear().identifier(), "Korvane:DateTime:BadYear");
-  EXPECT_TRUE(kd::BadYear().arguments().empty());
-  EXPECT_EQ(kd::BadLeapSecondBoolTimeStandard().identifier(),
-            "Korvane:DateTime:BadLeapSecondBoolTimeStandard");
-  const kd::TDBTSOnlySupportDoubleSDT sdt(std::string("int64"));
-  EXPECT_EQ(sdt.identifier(), "Korvane:DateTime:TDBTSOnlySupportDoubleSDT");
-  EXPECT_EQ(sdt.arguments(),
-            std::vector<MsgArgument>{MsgArgument(std::string("int64"))});
-  const kd::TDBTSOnlySupportJulianDayTU tu(std::string("Epoch1970"));
-  EXPECT_EQ(tu.identifier(), "Korvane:DateTime:TDBTSOnlySupportJulianDayTU");
-  EXPECT_EQ(tu.arguments(),
-            std::vector<MsgArgument>{MsgArgument(std::string("Epoch1970"))});
 }
 
 }  // namespace

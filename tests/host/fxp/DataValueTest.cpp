@@ -97,10 +97,6 @@ TEST(DataValueEdge, DoubleShortcutsSaturateAndGivePositiveZero) {
       }
 }
 
-}  // namespace
-
-namespace {
-
 // The decimal text read back with Boost's integers: digits D with k of them
 // after the point stand for D / 10^k, which must equal stored * 2^-F.
 Rational readDecimal(const std::string& text) {
@@ -120,14 +116,6 @@ Rational readDecimal(const std::string& text) {
   }
   if (negative) r.num = -r.num;
   return r;
-}
-
-cpp_int storedOf(const DataValue& v) {
-  const auto w = v.getFatVal();
-  cpp_int n = 0;
-  for (int i = 3; i >= 0; --i) n = (n << 32) + w[i];
-  if (v.getDataType().isSigned() && (w[3] >> 31)) n -= cpp_int(1) << 128;
-  return n;
 }
 
 TEST(DataValueText, DecimalTextIsExactForEveryFractionLength) {
