@@ -193,7 +193,9 @@ TEST(DateTimeStep, AddsTheBitsAndOverflowsOfThePlainAdd) {
     const bool under = start.value < bound;
     EXPECT_EQ(c.tryAddBounded(below, mode), ok && under) << where;
     EXPECT_EQ(d.tryAddPrepared(below, mode), ok && under) << where;
-    if (under) EXPECT_EQ(bytesOf(a), bytesOf(c)) << where;
+    if (under) {
+      EXPECT_EQ(bytesOf(a), bytesOf(c)) << where;
+    }
     if (::testing::Test::HasFailure()) return;
     overflowed += plain.overflows != 0;
     DataValue v = start.value;
