@@ -1,8 +1,6 @@
-"""Seeded random input for the module's text paths: patterns, storage names
-and leap-second lists of arbitrary code points (lone surrogates included),
-and readings of arbitrary Python values. Each call either succeeds or raises
-one of the documented exceptions, never RuntimeError or a crash; a pattern
-that formats one value formats an array the same way."""
+"""Seeded random text of arbitrary code points (lone surrogates included)
+and arbitrary Python values as arguments: each call succeeds or raises a
+documented exception; a pattern formats an array as it formats one value."""
 import random
 
 import numpy as np

@@ -75,17 +75,6 @@ def test_stored_seconds_match_python_datetime():
             assert exact(DateTime(reading, storage=storage)) == want
 
 
-@pytest.mark.parametrize("storage", ["double", "s64:20", "s128:64", "u64:0"])
-def test_compact_form_reads_back(storage):
-    for reading in READINGS[:5]:
-        dt = DateTime(reading, storage=storage)
-        back = DateTime.from_compact(dt.to_compact(), storage=storage,
-                                     leap_second=dt.leap_second)
-        assert back == dt and repr(back) == repr(dt)
-        assert DateTime.from_stored(dt.stored, storage=storage,
-                                    leap_second=dt.leap_second) == dt
-
-
 def random_readings(rng, n):
     """UTC readings 1972-2030, a quarter of them inside leap seconds."""
     years = rng.integers(1972, 2031, n)
@@ -93,9 +82,8 @@ def random_readings(rng, n):
     rows = np.column_stack([years, rng.integers(1, 13, n), days,
                             rng.integers(0, 24, n), rng.integers(0, 60, n),
                             rng.integers(0, 60_000_000, n) / 1e6])
-    # Inside a leap second the fraction is kept on a 1/256 s grid: the
-    # library rounds 23:59:59.x to nearest in coarse fixed point, and a
-    # fraction that rounds up to the next minute loses its flag's meaning.
+    # Leap-second fractions on a 1/256 s grid: coarse fixed point rounds
+    # to nearest, and one rounded up into the next minute loses its flag.
     leap = [(2016, 12, 31), (2015, 6, 30), (1972, 6, 30), (2005, 12, 31)]
     for i in range(0, n, 4):
         y, m, d = leap[i // 4 % len(leap)]
@@ -179,7 +167,8 @@ def test_utc_to_tai_agrees_with_erfa(table):
 
 def kv_error(ident, index=None):
     def check(e):
-        return e.identifier == "Korvane:DateTime:" + ident and e.index == index
+        return (e.identifier, e.index) == ("Korvane:DateTime:" + ident,
+                                           index) and e.message
     return kv.KvDateTimeError, check
 
 
@@ -198,9 +187,6 @@ BAD = [
     (lambda: DateTime((2016, 1, 1), storage="s200:0"), ValueError, None),
     (lambda: DateTime((2016, 1, 1), storage="int64", word_length=8),
      ValueError, None),
-    (lambda: DateTime((2016, 1, 1), epoch=9), ValueError, None),
-    (lambda: DateTime((2016, 1, 1), epoch=b"jd"), TypeError, None),
-    (lambda: DateTime((2016, 1, 1), epoch="jd2"), ValueError, None),
     (lambda: DateTime((2016, 1, 1), storage="u8:0"), OverflowError, None),
     (lambda: DateTime((2016, 1, 1, 0, 0, float("nan"))), ValueError, None),
     (lambda: DateTime.from_compact(b"123"), ValueError, None),
@@ -231,10 +217,16 @@ BAD = [
                                  storage="s32:0"), OverflowError,
      lambda e: str(e).startswith("element 1: ")),
     (lambda: kv.to_calendar(np.zeros(3), storage="s128:64"), TypeError, None),
+    (lambda: kv.from_calendar(np.array(["2020-01-01", "NaT"], "M8[s]")),
+     ValueError, lambda e: "element 1" in str(e)),
+    (lambda: kv.parse([["2020-01-01", "2020-01-02"], ["2020-01-03", "2020-1-04"]]),
+     *kv_error("ParseMismatch", 3)),
+    (lambda: kv.parse(np.array([1.5, 2.5])), TypeError, None),
+    (lambda: kv.parse(["2020-01-01"], pattern=3), TypeError, None),
     (lambda: kv.to_calendar(np.zeros(3), leap_second=[True]), ValueError,
      None),
-    # Wrong Python types reach no C++ cast unchecked: each is a TypeError
-    # with a message (NumPy's failed casts used to surface as RuntimeError).
+    # Wrong Python types reach no C++ cast unchecked (NumPy's failed casts
+    # used to surface as RuntimeError).
     (lambda: kv.to_calendar(["2016-12-31 23:59:59"]), TypeError, None),
     (lambda: kv.format(["x"], "yyyy"), TypeError, None),
     (lambda: kv.from_calendar([["a"] * 6]), TypeError, None),
@@ -271,22 +263,24 @@ def test_bad_input_raises_the_documented_exception(call, error, check):
 @pytest.mark.parametrize("mark", ["\ufffe", "\ufeff"])
 def test_batch_format_keeps_a_leading_byte_order_mark_as_text(mark):
     values = np.array([1483228799.0, 0.0])
-    want = [DateTime.from_stored(v).format(mark + "yyyy-MM-dd") for v in values]
-    assert want == [mark + "2016-12-31", mark + "1970-01-01"]
-    assert kv.format(values, mark + "yyyy-MM-dd") == want
+    assert DateTime.from_stored(values[0]).format(mark + "yyyy") == \
+        mark + "2016"
+    assert kv.format(values, mark + "yyyy-MM-dd") == [mark + "2016-12-31",
+                                                      mark + "1970-01-01"]
     assert kv.format(values, "'x'" + mark + "yyyy") == ["x" + mark + "2016",
                                                        "x" + mark + "1970"]
 
 
-def test_stored_integers_at_the_edges_of_the_word_round_trip():
-    for storage, low, high in [("s128:0", -2 ** 127, 2 ** 127 - 1),
-                               ("u128:0", 0, 2 ** 128 - 1),
-                               ("int8", -128, 127), ("u64:0", 0, 2 ** 64 - 1)]:
-        for v in (low, high):
-            assert DateTime.from_stored(v, storage=storage).stored == v
-        for v in (low - 1, high + 1):
-            with pytest.raises(OverflowError):
-                DateTime.from_stored(v, storage=storage)
+@pytest.mark.parametrize("storage, low, high", [
+    ("s128:0", -2 ** 127, 2 ** 127 - 1), ("u128:0", 0, 2 ** 128 - 1),
+    ("int8", -128, 127), ("u64:0", 0, 2 ** 64 - 1)])
+def test_stored_integers_at_the_edges_of_the_word_round_trip(storage, low,
+                                                             high):
+    for v in (low, high):
+        assert DateTime.from_stored(v, storage=storage).stored == v
+    for v in (low - 1, high + 1):
+        with pytest.raises(OverflowError):
+            DateTime.from_stored(v, storage=storage)
 
 
 def test_repr_of_a_value_past_the_calendar_shows_the_stored_value():
@@ -299,7 +293,6 @@ def test_repr_of_a_value_past_the_calendar_shows_the_stored_value():
     text = re.fullmatch(r"<DateTime stored ([0-9.]+), reading out of range, "
                         r"Epoch.E1970, storage s128:64>", repr(top)).group(1)
     assert Fraction(text) == Fraction(2 ** 127 - 1, 2 ** 64)
-    assert DateTime((2016, 1, 1)) != 1 and not DateTime((2016, 1, 1)) == "x"
 
 
 # A count a hair below a whole minute is read as people read it: second

@@ -45,45 +45,29 @@ def stub_names(body):
             (k.startswith("__") and k.endswith("__"))}
 
 
-def split_top(text):
-    """`text` split at commas outside brackets."""
-    parts, depth, cur = [], 0, ""
-    for ch in text:
-        depth += ch in "([{" and 1 or ch in ")]}" and -1 or 0
-        if ch == "," and depth == 0:
-            parts.append(cur)
-            cur = ""
-        else:
-            cur += ch
-    return [p.strip() for p in parts + [cur] if p.strip()]
-
-
 def runtime_params(obj, name):
     """Parameter names (with "*" for keyword-only) of a Python function or
     of a pybind11 function, from the signature line of its docstring."""
     try:
-        sig = inspect.signature(obj)
-        names, star = [], False
-        for p in sig.parameters.values():
-            if p.kind is p.KEYWORD_ONLY and not star:
-                names.append("*")
-                star = True
-            names.append(p.name)
-        return names
+        ps = inspect.signature(obj).parameters.values()
+        return with_star([p.name for p in ps if p.kind is not p.KEYWORD_ONLY],
+                         [p.name for p in ps if p.kind is p.KEYWORD_ONLY])
     except ValueError:
         line = obj.__doc__.splitlines()[0]
         assert line.startswith(name + "("), line
-        inner = line[len(name) + 1:line.rindex(") ->")]
-        return [p if p == "*" else p.split(":")[0].strip()
-                for p in split_top(inner)]
+        # A name starts each parameter and is followed by its type.
+        return re.findall(r"(?:^|, )(\*(?=,|$)|\w+(?=: ))",
+                          line[len(name) + 1:line.rindex(") ->")])
+
+
+def with_star(positional, keyword_only):
+    return positional + (["*"] + keyword_only if keyword_only else [])
 
 
 def stub_params(fn):
     a = fn.args
-    names = [p.arg for p in a.posonlyargs + a.args]
-    if a.kwonlyargs:
-        names += ["*"] + [p.arg for p in a.kwonlyargs]
-    return names
+    return with_star([p.arg for p in a.posonlyargs + a.args],
+                     [p.arg for p in a.kwonlyargs])
 
 
 def test_stub_and_module_name_the_same_things():
@@ -128,20 +112,14 @@ def test_stub_functions_take_the_modules_parameters():
                 stub_params(node), name
 
 
-FUNCTIONS = [kv.to_calendar, kv.from_calendar, kv.convert_standard,
-             kv.format]
-
-
-@pytest.mark.parametrize("fn", FUNCTIONS, ids=lambda f: f.__name__)
-def test_array_functions_pickle_by_reference(fn):
-    data = pickle.dumps(fn)
-    assert b"kvdatetime" in data and len(data) < 100
-    assert pickle.loads(data) is fn
-
-
-def test_values_pickle_under_the_package_name():
-    data = pickle.dumps(kv.DateTime((2020, 1, 1)), protocol=4)
+@pytest.mark.parametrize("obj", [
+    kv.to_calendar, kv.from_calendar, kv.convert_standard, kv.format,
+    kv.DateTime((2020, 1, 1))], ids=lambda f: getattr(f, "__name__", "value"))
+def test_functions_by_reference_and_values_pickle_under_the_package_name(obj):
+    data = pickle.dumps(obj, protocol=4)
     assert b"kvdatetime" in data and b"_kvdatetime" not in data
+    if callable(obj):
+        assert len(data) < 100 and pickle.loads(data) is obj
 
 
 def calendar_in_worker(fn, values):
