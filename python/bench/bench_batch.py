@@ -14,10 +14,11 @@ datetime64 parser, and by astropy's Time(texts, scale="utc") (on at most
 UCS-4 buffer in place with the fast ISO reader and converts the readings a
 chunk at a time.
 
-Result, 2026-11-24, shared 2-vCPU VM under other builds (load average
-5.1), three runs: strings to stored 37.3-46.9 ns a text, np/kv 5.4-5.8
-(goal 3), ap/kv 8.0-15.2 (goal 20, not met; earlier runs at load 5-8 gave
-3.3-22); stored to calendar pyerfa/kv 9.1-10.0 (goal 5).
+Result, 2026-11-24, quiet VM (load under 1), two runs: strings to stored
+26.5-28.4 ns a text, np/kv 5.3-5.6 (goal 3), ap/kv 7.2-8.2 (goal 20, not
+met: astropy takes 204-216 ns a text best of three; timed once, as before,
+it showed 326-712); stored to calendar pyerfa/kv 9.5-9.6 (goal 5). UTC to
+TAI shows 0.3-0.4 ns a value once its 8 MB input sits in the cache.
 
 usage: PYTHONPATH=<build>/python python3 bench_batch.py [N]
 """
