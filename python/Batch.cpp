@@ -465,6 +465,15 @@ void isoLoop(const py::buffer_info& texts, TimeStandard ts, Convert&& convert,
   }
 }
 
+// A C-contiguous array of str (UCS-4) or bytes, or TypeError.
+py::array textArray(const ArrayLike& texts) {
+  py::array a = py::array::ensure(texts, py::array::c_style);
+  const char kind = a ? a.dtype().kind() : '?';
+  if (kind != 'U' && kind != 'S')
+    throw py::type_error("texts must be an array of str (or bytes in UTF-8)");
+  return a;
+}
+
 }  // namespace
 
 void bindBatch(py::module_& m) {
@@ -609,11 +618,8 @@ void bindBatch(py::module_& m) {
             throw py::type_error("a pattern must be a str or None");
           p = pattern.obj.cast<std::string>();  // UTF-8
         }
-        const py::array a = py::array::ensure(texts, py::array::c_style);
-        const char kind = a ? a.dtype().kind() : '?';
-        if (kind != 'U' && kind != 'S')
-          throw py::type_error(
-              "texts must be an array of str (or bytes in UTF-8)");
+        const py::array a = textArray(texts);
+        const char kind = a.dtype().kind();
         const py::buffer_info info = a.request();
         py::array_t<double> rows(
             {static_cast<std::size_t>(info.size), std::size_t{6}});
@@ -635,11 +641,8 @@ void bindBatch(py::module_& m) {
         // Arguments are checked in the order parse_calendar and then
         // from_calendar check them, so each failure is the one it was.
         const TimeStandard ts = standardArg(standard);
-        const py::array a = py::array::ensure(texts, py::array::c_style);
-        const char kind = a ? a.dtype().kind() : '?';
-        if (kind != 'U' && kind != 'S')
-          throw py::type_error(
-              "texts must be an array of str (or bytes in UTF-8)");
+        const py::array a = textArray(texts);
+        const char kind = a.dtype().kind();
         const py::buffer_info info = a.request();
         const auto n = static_cast<std::size_t>(info.size);
         const bool ucs4 = kind == 'U';
