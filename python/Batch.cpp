@@ -465,12 +465,17 @@ void isoLoop(const py::buffer_info& texts, TimeStandard ts, Convert&& convert,
   }
 }
 
-// A C-contiguous array of str (UCS-4) or bytes, or TypeError.
+// A C-contiguous array of str (UCS-4 in this machine's byte order) or
+// bytes, or TypeError. The readers take code points from the buffer as they
+// lie, so a byte-swapped str array is swapped into a copy first.
 py::array textArray(const ArrayLike& texts) {
   py::array a = py::array::ensure(texts, py::array::c_style);
   const char kind = a ? a.dtype().kind() : '?';
   if (kind != 'U' && kind != 'S')
     throw py::type_error("texts must be an array of str (or bytes in UTF-8)");
+  if (kind == 'U' && !a.dtype().attr("isnative").cast<bool>())
+    a = py::array::ensure(a.attr("astype")(a.dtype().attr("newbyteorder")("=")),
+                          py::array::c_style);
   return a;
 }
 

@@ -123,6 +123,16 @@ def test_iso_texts_parse_as_the_two_step_read_does(seed):
                         np.testing.assert_array_equal(g, w)
 
 
+def test_byte_swapped_str_arrays_read_as_their_texts():
+    for texts, pattern in ((["2016-12-31T23:59:60.5Z", "2020-02-29"], None),
+                           (["31/12/2016 23:59"], "dd/MM/yyyy HH:mm")):
+        native = np.array(texts)
+        swapped = native.astype(native.dtype.newbyteorder(">"))
+        for got, want in zip(kv.parse(swapped, pattern),
+                             kv.parse(native, pattern)):
+            np.testing.assert_array_equal(got, want)
+
+
 @pytest.mark.parametrize("pattern", [
     "yyyy-MM-dd HH:mm:ss.SSS", "dd.MM.yyyy'T'HHmmss", "eeee, d MMMM yyyy",
     "yyyy-MM-dd HH:mm:ss.SSSSSS t"])
