@@ -111,7 +111,9 @@ Packed pack(const DataType& type, const std::vector<Element>& xs) {
   }
   if (type.isDouble()) {
     p.doubles.resize(xs.size());
-    std::memcpy(p.doubles.data(), p.bytes.data(), p.bytes.size());
+    // copy_n, not memcpy: an empty batch's data() may be null.
+    std::copy_n(p.bytes.data(), p.bytes.size(),
+                reinterpret_cast<std::byte*>(p.doubles.data()));
   }
   p.flags = {p.flagStore.get(), xs.size()};
   return p;
