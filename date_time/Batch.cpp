@@ -127,15 +127,6 @@ inline bool flagAt(std::span<const bool> flags, std::size_t i) {
   return !flags.empty() && flags[i];
 }
 
-inline void putRow(double* row, const DateTimeStruct& c) {
-  row[0] = c.year;
-  row[1] = c.month;
-  row[2] = c.day;
-  row[3] = c.hour;
-  row[4] = c.minute;
-  row[5] = c.second;
-}
-
 inline DateTimeStruct rowAt(const double* row) {
   // Unchecked: the record's own constructor would validate.
   return DateTimeStruct::unchecked(row[0], row[1], row[2], row[3], row[4],
@@ -148,8 +139,9 @@ template <typename In>
 void readingOne(const In& in, std::size_t i, std::span<const bool> flags,
                 Epoch epoch, TimeStandard ts, double* out) {
   try {
-    putRow(out + 6 * i, Clock::readingOf(DateTime(DvLs{in(i), flagAt(flags, i)},
-                                                  epoch, ts)));
+    KvDateTime::detail::putRow(
+        out + 6 * i,
+        Clock::readingOf(DateTime(DvLs{in(i), flagAt(flags, i)}, epoch, ts)));
   } catch (...) {
     Korvane::DateTime::throwBatchElementFailed(i);
   }
@@ -159,8 +151,9 @@ template <typename In>
 void toCalendarOne(const In& in, std::size_t i, std::span<const bool> flags,
                    Epoch epoch, TimeStandard ts, double* out) {
   try {
-    putRow(out + 6 * i, DateTime::convertDVToDateTimeStruct(
-                            DvLs{in(i), flagAt(flags, i)}, epoch, ts));
+    KvDateTime::detail::putRow(out + 6 * i,
+                               DateTime::convertDVToDateTimeStruct(
+                                   DvLs{in(i), flagAt(flags, i)}, epoch, ts));
   } catch (...) {
     Korvane::DateTime::throwBatchElementFailed(i);
   }

@@ -281,4 +281,15 @@ inline DateTimeStruct calendarOf(const EpochTimeStruct& ets, Epoch epoch,
   return r;
 }
 
+// A record as the six doubles of a calendar row (year to second), the
+// layout the batch loops and the bulk ISO reader share.
+inline void putRow(double* row, const DateTimeStruct& c) noexcept {
+  row[0] = c.year;
+  row[1] = c.month;
+  row[2] = c.day;
+  row[3] = c.hour;
+  row[4] = c.minute;
+  row[5] = c.second;
+}
+
 }  // namespace KvDateTime::detail

@@ -875,13 +875,7 @@ std::size_t readRows(const Char* texts, std::size_t stride, std::size_t count,
       while (first < size && p[first] != 0) ++first;
       if (readIso8601(std::basic_string_view<Char>(p, first), ts, r)) return i;
     }
-    double* row = rows + 6 * i;
-    row[0] = r.year;
-    row[1] = r.month;
-    row[2] = r.day;
-    row[3] = r.hour;
-    row[4] = r.minute;
-    row[5] = r.second;
+    detail::putRow(rows + 6 * i, r);
   }
   return count;
 }

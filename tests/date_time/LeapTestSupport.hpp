@@ -94,7 +94,7 @@ inline std::vector<UtcReading> leapDays() {
 }
 
 // In the first 50 us after a step a day count's 23:59:59 + 1 s may round
-// just past midnight, and the lookup then keeps the old count as specified.
+// just past midnight, and the lookup then keeps the old count, by design.
 inline bool justAfterLeapMidnight(const UtcReading& r) {
   const UtcReading before{r.month == 1 ? r.year - 1 : r.year,
                           r.month == 1 ? 12 : r.month - 1, 28, 0};
