@@ -870,11 +870,8 @@ std::size_t readRows(const Char* texts, std::size_t stride, std::size_t count,
     std::size_t size = stride;
     while (size > 0 && p[size - 1] == 0) --size;
     DateTimeStruct r;
-    if (!readIso8601Usual(std::basic_string_view<Char>(p, size), ts, r)) {
-      std::size_t first = 0;
-      while (first < size && p[first] != 0) ++first;
-      if (readIso8601(std::basic_string_view<Char>(p, first), ts, r)) return i;
-    }
+    const std::basic_string_view<Char> text(p, size);
+    if (!readIso8601Usual(text, ts, r) && readIso8601(text, ts, r)) return i;
     detail::putRow(rows + 6 * i, r);
   }
   return count;

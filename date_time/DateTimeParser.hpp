@@ -133,8 +133,8 @@ class KVDT_EXPORT DateTimeParser {
                                             DateTimeStruct& result);
 
   // tryParseIso8601Fast over `count` texts laid `stride` code units apart,
-  // each ending at its first NUL or after `stride` units (as a NumPy str or
-  // bytes array holds them), into six doubles a text (year, month, day,
+  // each `stride` units less its trailing NULs (as a NumPy str or bytes
+  // array holds them: a NUL inside a text is part of it, and refused), into six doubles a text (year, month, day,
   // hour, minute, second). Returns how many texts were read before the
   // first it refuses (`count` when none); ask tryParseIso8601Fast for that
   // one's diagnostic. Allocates nothing but for a text off the usual layout
